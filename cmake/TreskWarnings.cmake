@@ -1,0 +1,13 @@
+# SPDX-License-Identifier: BSD-3-Clause
+# Copyright (c) 2026 the Tresk authors
+
+# The warnings of the project's own code. They never reach a consumer's build.
+function(tresk_enable_warnings target)
+  if(NOT TRESK_DEVELOPER_WARNINGS)
+    return()
+  endif()
+  target_compile_options(${target} PRIVATE -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Werror)
+  if(CMAKE_CXX_COMPILER_ID MATCHES "Clang")
+    target_compile_options(${target} PRIVATE -Wthread-safety)
+  endif()
+endfunction()

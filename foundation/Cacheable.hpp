@@ -1,0 +1,66 @@
+// SPDX-License-Identifier: BSD-3-Clause
+// Copyright (c) 2026 the Tresk authors
+#pragma once
+
+#include <tresk/foundation/Cache.hpp>
+
+#include <atomic>
+#include <string>
+#include <typeinfo>
+
+namespace Ostrel {
+
+/// Data that a creator can hold and a cache can list.
+///
+/// Knows its creator weakly. It stands on the list of the creator's cache from `setCreator` on until it dies, gets
+/// another creator, or the cache dies.
+/// Threads: `setCreator`, `markAsUsed` and the questions are safe on any thread; the description belongs to the
+/// thread that sets the data up.
+class TRESK_EXPORT Cacheable : public ReferenceBase<Cacheable> {
+ public:
+  /// \param creator the creator that the data are made for; may be empty. The data enter no list by this.
+  explicit Cacheable(const WeakPtr<Creature, Creature>& creator);
+  ~Cacheable() override;
+
+  /// Bytes held.
+  virtual unsigned long long memsize() const = 0;
+  /// Completes the construction at the first strong pointer, where virtual calls reach the finished object. The
+  /// default does nothing.
+  virtual void DeferredConstructor();
+  /// Type of the data object.
+  virtual const std::type_info& DomainType() const;
+  /// Type of the creator, or `void` without a living one.
+  virtual const std::type_info& CreatorType() const;
+
+  /// Ties the data to the creator that holds them, and lists them with its cache if both are alive.
+  void setCreator(const WeakPtr<Creature, Creature>& creator);
+  /// The creator; may be empty or dead.
+  WeakPtr<Creature, Creature> getCreator() const;
+
+  /// Tells the cache that the data were used just now.
+  void markAsUsed();
+  /// How often that happened.
+  long long getUseCount() const noexcept { return nUses_.load(std::memory_order_relaxed); }
+
+  /// Whether the data stand on the list of a cache.
+  bool isOnCacheList() const;
+
+  /// Free text about the data.
+  const std::string& getDescription() const noexcept { return description_; }
+  void setDescription(const std::string& text) { description_ = text; }
+
+  /// Called at the first strong pointer; runs `DeferredConstructor`.
+  void CacheableDeferredConstructor() { DeferredConstructor(); }
+  /// Called when the object is condemned, before its destructor: takes it off the list.
+  void PreDestructor() noexcept;
+
+ private:
+  friend class Cache;
+
+  CacheLink<Cacheable> link_{this};
+  std::string description_;
+  WeakPtr<Creature, Creature> creator_;  ///< guarded by the mutex of the caches
+  std::atomic<long long> nUses_{0};
+};
+
+}  // namespace Ostrel

@@ -1,0 +1,71 @@
+// SPDX-License-Identifier: BSD-3-Clause
+// Copyright (c) 2026 the Tresk authors
+#pragma once
+
+#include <tresk/foundation/ChunkBase.hpp>
+
+#include <vector>
+
+namespace Ostrel {
+
+/// A block of elements of type `T`.
+template <class T>
+class TRESK_OPEN_TEMPLATE TypedChunkBase : public ChunkBase {
+ public:
+  /// The elements.
+  virtual const std::vector<T>& vector() const = 0;
+  virtual std::vector<T>& vector() = 0;
+  /// A new chunk of `count` value-initialised elements, or an empty one with room for them.
+  virtual StrongPtr<TypedChunkBase<T>, ChunkBase> newTypedChunk(unsigned long long count, bool reserveOnly) const = 0;
+};
+
+/// The chunk type that arrays hold.
+template <class T>
+class TRESK_OPEN_TEMPLATE TypedChunk : public TypedChunkBase<T> {};
+
+/// A chunk that keeps its elements in a vector, which is its second base.
+///
+/// Elements are value-initialised: numbers are zero, pointers empty; the geometric value types do not write their
+/// memory and hold whatever was there.
+/// Errors: `std::length_error` of the vector with a count above its limit, `std::bad_alloc`.
+template <class T>
+class TRESK_OPEN_TEMPLATE Chunk : public TypedChunk<T>, public std::vector<T> {
+ public:
+  /// \param count number of elements
+  /// \param reserveOnly makes an empty chunk with room for `count` elements, which count no bytes
+  explicit Chunk(unsigned long long count, bool reserveOnly = false) : std::vector<T>(reserveOnly ? 0 : count) {
+    if (reserveOnly) this->std::vector<T>::reserve(count);
+    ChunkBase::TotalMemsize.add(nBytes());
+  }
+  ~Chunk() override { ChunkBase::TotalMemsize.add(-nBytes()); }
+
+  unsigned long long size() const override { return this->std::vector<T>::size(); }
+  int elementSize() const override { return static_cast<int>(sizeof(T)); }
+  const void* data() const override { return this->empty() ? nullptr : this->std::vector<T>::data(); }
+  void* data() override { return this->empty() ? nullptr : this->std::vector<T>::data(); }
+  const std::type_info& elementType() const override { return typeid(T); }
+  const std::type_info& chunkType() const override { return typeid(T); }
+  ChunkDescription describe() const override { return {&typeid(T), static_cast<int>(sizeof(T)), 1, 0}; }
+  StrongPtr<ChunkBase, ChunkBase> newChunk(unsigned long long count, bool reserveOnly) const override {
+    return newTypedChunk(count, reserveOnly);
+  }
+  StrongPtr<ChunkBase, ChunkBase> clone() const override {
+    return StrongPtr<ChunkBase, ChunkBase>(new Chunk(static_cast<const std::vector<T>&>(*this)));
+  }
+  const std::vector<T>& vector() const override { return *this; }
+  std::vector<T>& vector() override { return *this; }
+  StrongPtr<TypedChunkBase<T>, ChunkBase> newTypedChunk(unsigned long long count, bool reserveOnly) const override {
+    return StrongPtr<TypedChunkBase<T>, ChunkBase>(new Chunk(count, reserveOnly));
+  }
+
+ private:
+  explicit Chunk(const std::vector<T>& elements) : std::vector<T>(elements) {
+    ChunkBase::TotalMemsize.add(nBytes());
+  }
+
+  long long nBytes() const noexcept {
+    return static_cast<long long>(this->std::vector<T>::size() * sizeof(T));
+  }
+};
+
+}  // namespace Ostrel

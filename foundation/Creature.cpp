@@ -1,0 +1,65 @@
+// SPDX-License-Identifier: BSD-3-Clause
+// Copyright (c) 2026 the Tresk authors
+#include <tresk/foundation/Creature.hpp>
+
+#include <tresk/foundation/CacheMutex.hpp>
+
+namespace Ostrel {
+
+void ReferenceTraits<Creature>::firstStrongPointer(Creature* object) { object->enableCaching(false); }
+
+/// One entry of the history of a creator: a list that grows at its end and is never shortened, so that it needs no
+/// lock.
+struct Creature::History {
+  explicit History(const StrongPtr<Provenance, Provenance>& entry) : provenance(entry) {}
+  StrongPtr<Provenance, Provenance> provenance;
+  std::atomic<History*> next{nullptr};
+};
+
+Creature::Creature(const WeakPtr<Cache, CacheBase>& cache) : ReferenceBase<Creature>(this), cache_(cache) {}
+
+Creature::~Creature() {
+  {
+    const MutexLock lock(Detail::cacheMutex);
+    link_.unlink();
+  }
+  History* entry = history_.load(std::memory_order_acquire);
+  while (entry != nullptr) {
+    History* const next = entry->next.load(std::memory_order_acquire);
+    delete entry;
+    entry = next;
+  }
+}
+
+bool Creature::hasData() const { return false; }
+bool Creature::isUnderCreation() const { return false; }
+bool Creature::discardCreation() { return false; }
+
+void Creature::enableCaching(bool keep) const {
+  isKept_.store(keep, std::memory_order_relaxed);
+  if (nCachings_.fetch_add(1, std::memory_order_relaxed) != 0) return;
+  const StrongPtr<Cache, CacheBase> cache(cache_);
+  if (!cache) return;
+  const MutexLock lock(Detail::cacheMutex);
+  link_.enter(cache->creatures_);
+}
+
+void Creature::addProvenance(const StrongPtr<Provenance, Provenance>& provenance) {
+  History* const entry = new History(provenance);
+  std::atomic<History*>* place = &history_;
+  History* found = nullptr;
+  while (!place->compare_exchange_strong(found, entry, std::memory_order_acq_rel)) {
+    place = &found->next;
+    found = nullptr;
+  }
+}
+
+std::vector<StrongPtr<Provenance, Provenance>> Creature::getProvenances() const {
+  std::vector<StrongPtr<Provenance, Provenance>> all;
+  for (const History* entry = history_.load(std::memory_order_acquire); entry != nullptr;
+       entry = entry->next.load(std::memory_order_acquire))
+    all.push_back(entry->provenance);
+  return all;
+}
+
+}  // namespace Ostrel

@@ -1,0 +1,18 @@
+// SPDX-License-Identifier: BSD-3-Clause
+// Copyright (c) 2026 the Tresk authors
+#pragma once
+
+/// \file
+/// The visibility of names across the border of the shared library.
+///
+/// The library is built with hidden visibility. `TRESK_EXPORT` makes a class or function part of the interface.
+/// `TRESK_OPEN_TEMPLATE` stands on every class template of the public headers: its static members, local statics
+/// and type information must be one object in the process, whichever library instantiates it.
+
+#if defined(__GNUC__)
+#define TRESK_EXPORT __attribute__((visibility("default")))
+#else
+#error "Tresk is built with g++ or clang"
+#endif
+
+#define TRESK_OPEN_TEMPLATE TRESK_EXPORT

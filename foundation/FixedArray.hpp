@@ -1,0 +1,61 @@
+// SPDX-License-Identifier: BSD-3-Clause
+// Copyright (c) 2026 the Tresk authors
+#pragma once
+
+#include <tresk/foundation/Export.hpp>
+
+namespace Quorvel {
+
+/// `N` values of type `T`, adjacent in memory, and nothing else.
+///
+/// Default construction leaves the values as they are: an array of a million of them costs no pass over its memory.
+/// Access does not test the index.
+template <class T, int N>
+class TRESK_OPEN_TEMPLATE FixedArray {
+ public:
+  using ValueType = T;
+  static constexpr int Size = N;
+
+  // Not `= default`: that would make value-initialisation write zeros.
+  FixedArray() noexcept {}  // NOLINT(modernize-use-equals-default)
+  /// From `N` values.
+  template <class... Values>
+    requires(sizeof...(Values) == N)
+  constexpr FixedArray(const Values&... values) noexcept : values_{static_cast<T>(values)...} {}
+
+  constexpr T& operator[](int i) noexcept { return values_[i]; }
+  constexpr const T& operator[](int i) const noexcept { return values_[i]; }
+  constexpr T* begin() noexcept { return values_; }
+  constexpr T* end() noexcept { return values_ + N; }
+  constexpr const T* begin() const noexcept { return values_; }
+  constexpr const T* end() const noexcept { return values_ + N; }
+
+  /// Component by component.
+  friend constexpr FixedArray operator-(const FixedArray& a, const FixedArray& b) noexcept {
+    FixedArray difference;
+    for (int i = 0; i < N; ++i) difference[i] = static_cast<T>(a[i] - b[i]);
+    return difference;
+  }
+  friend constexpr bool operator==(const FixedArray& a, const FixedArray& b) noexcept {
+    for (int i = 0; i < N; ++i)
+      if (!(a[i] == b[i])) return false;
+    return true;
+  }
+
+ private:
+  T values_[N];
+};
+
+/// A vector of `N` components.
+template <class T, int N>
+class TRESK_OPEN_TEMPLATE Vector : public FixedArray<T, N> {
+ public:
+  using FixedArray<T, N>::FixedArray;
+  Vector() noexcept {}  // NOLINT(modernize-use-equals-default)
+};
+
+/// Names an operation at compile time by the code of a character.
+template <int I, int J>
+struct Operator {};
+
+}  // namespace Quorvel

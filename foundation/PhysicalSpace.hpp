@@ -1,0 +1,54 @@
+// SPDX-License-Identifier: BSD-3-Clause
+// Copyright (c) 2026 the Tresk authors
+#pragma once
+
+#include <tresk/foundation/FixedArray.hpp>
+
+#include <array>
+
+namespace Quorvel {
+
+/// The chart of Cartesian coordinates x, y, z.
+struct Cartesian3D {};
+
+/// The coordinates of a chart.
+template <class Chart, class Real>
+struct TRESK_OPEN_TEMPLATE Coordinates;
+
+template <>
+struct TRESK_EXPORT Coordinates<Cartesian3D, double> {
+  /// Three doubles x, y, z.
+  struct TRESK_EXPORT point : FixedArray<double, 3>, Cartesian3D {
+    point() noexcept {}  // NOLINT(modernize-use-equals-default)
+    constexpr point(double x, double y, double z) noexcept : FixedArray<double, 3>(x, y, z) {}
+    constexpr explicit point(const FixedArray<double, 3>& components) noexcept : FixedArray<double, 3>(components) {}
+  };
+};
+
+/// Physical space with Cartesian coordinates.
+struct TRESK_EXPORT PhysicalSpace {
+  /// A place: three doubles x, y, z.
+  struct TRESK_EXPORT point : Coordinates<Cartesian3D, double>::point {
+    point() noexcept {}  // NOLINT(modernize-use-equals-default)
+    constexpr point(double x, double y, double z) noexcept : Coordinates<Cartesian3D, double>::point(x, y, z) {}
+    constexpr explicit point(const FixedArray<double, 3>& components) noexcept
+        : Coordinates<Cartesian3D, double>::point(components) {}
+  };
+
+  /// The difference of two points.
+  struct TRESK_EXPORT vector : FixedArray<double, 3> {
+    vector() noexcept {}  // NOLINT(modernize-use-equals-default)
+    constexpr vector(double x, double y, double z) noexcept : FixedArray<double, 3>(x, y, z) {}
+    constexpr explicit vector(const FixedArray<double, 3>& components) noexcept : FixedArray<double, 3>(components) {}
+  };
+
+  /// An axis-aligned box: the lower corner, then the upper corner.
+  struct TRESK_EXPORT AABB : std::array<point, 2> {
+    AABB() noexcept {}  // NOLINT(modernize-use-equals-default)
+    AABB(const point& lower, const point& upper) noexcept : std::array<point, 2>{lower, upper} {}
+  };
+};
+
+static_assert(sizeof(PhysicalSpace::point) == 24 && sizeof(Vector<double, 3>) == 24);
+
+}  // namespace Quorvel
