@@ -1,0 +1,27 @@
+// SPDX-License-Identifier: BSD-3-Clause
+// Copyright (c) 2026 the Tresk authors
+#include <tresk/field/CreativeArray.hpp>
+
+#include <tresk/foundation/Profiler.hpp>
+
+namespace Tresk {
+
+CreativeArray::CreativeArray(const MemBasePtr& initial, const CachePtr& cache)
+    : Ostrel::Creator<MemBase, CreativeArrayBase>(initial, cache) {
+  if (!initial) return;
+  initial->setCreator(getSelf());
+  addDataMetaInfo(initial);
+}
+
+CreativeArray::~CreativeArray() = default;
+
+Ostrel::Creature::ReasonForReleasal CreativeArray::release() {
+  const Ostrel::Profiler scope("field/CreativeArray", 74,
+                               "virtual Ostrel::Creature::ReasonForReleasal Tresk::CreativeArray::release()",
+                               "CreativeArray::release()", 5, "");
+  if (savedAge < getDataAge()) save(data);
+  if (!canProduce()) return CannotRelease;
+  return data.forgetIfSole() == Ostrel::Forgetting::IsShared ? StillInUse : Released;
+}
+
+}  // namespace Tresk

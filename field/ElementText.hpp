@@ -1,0 +1,44 @@
+// SPDX-License-Identifier: BSD-3-Clause
+// Copyright (c) 2026 the Tresk authors
+#pragma once
+
+#include <tresk/field/Cell.hpp>
+#include <tresk/field/fwd.hpp>
+#include <tresk/foundation/PhysicalSpace.hpp>
+
+#include <string>
+
+namespace Tresk {
+
+/// \file
+/// One element as text, by its type.
+
+/// The shortest decimal text that reads back to the same value.
+TRESK_EXPORT std::string elementText(double value);
+TRESK_EXPORT std::string elementText(unsigned int value);
+/// The name between brackets and quotation marks; an empty name for an empty or dead pointer.
+TRESK_EXPORT std::string elementText(const FragmentIDPtr& fragment);
+
+/// Components in braces, joined by commas.
+template <int K>
+std::string elementText(const Quorvel::FixedArray<double, K>& components) {
+  std::string text = "{";
+  for (int c = 0; c < K; ++c) {
+    if (c > 0) text += ',';
+    text += elementText(components[c]);
+  }
+  return text + '}';
+}
+
+/// Vertex indices joined by "x".
+template <int Dims, int Vertices, class Index>
+std::string elementText(const Cell<Dims, Vertices, Index>& cell) {
+  std::string text;
+  for (int v = 0; v < Vertices; ++v) {
+    if (v > 0) text += 'x';
+    text += elementText(cell[v]);
+  }
+  return text;
+}
+
+}  // namespace Tresk

@@ -1,0 +1,181 @@
+// SPDX-License-Identifier: BSD-3-Clause
+// Copyright (c) 2026 the Tresk authors
+#pragma once
+
+#include <tresk/field/HyperslabParameters.hpp>
+#include <tresk/foundation/FixedArray.hpp>
+
+#include <type_traits>
+
+namespace Tresk {
+
+/// How the elements of type `T` lie in memory: the unit of the walk and the number of units of one element.
+///
+/// Nearly every element is a unit by itself. The two array types of doubles are walked component by component, so that
+/// their memory may be interleaved or planar.
+template <class T>
+struct WalkUnit {
+  using Type = T;
+  static constexpr int nComponents = 1;
+};
+template <int K>
+struct WalkUnit<Quorvel::FixedArray<double, K>> {
+  using Type = double;
+  static constexpr int nComponents = K;
+};
+template <class T>
+using WalkUnitType = typename WalkUnit<T>::Type;
+
+template <class U>
+struct ElementSource;
+
+/// The fields of a walk as a record: what a view is made from, and what an element source fills.
+template <class U>
+struct WalkParameters : HyperslabParameters {
+  U* data = nullptr;
+  ElementSource<U>* source = nullptr;
+};
+
+/// Makes elements on demand for a walk without memory. No array of this library has one; a class that plugs one in
+/// owns it.
+template <class U>
+struct TRESK_OPEN_TEMPLATE ElementSource {
+  /// The walk over the sub-block at `index` of `dimension`.
+  virtual WalkParameters<U> slice(int dimension, unsigned long long index) = 0;
+  /// The address of the first unit of one element.
+  virtual U* element(unsigned long long index) = 0;
+
+ protected:
+  ~ElementSource() = default;
+};
+
+/// A walk with the address of its block.
+template <class U>
+struct ElementIterator : HyperslabParameters {
+  U* data = nullptr;  ///< first unit of the block; null if the elements are not in memory
+};
+
+/// Access by unit.
+template <class U>
+struct IteratorBase : ElementIterator<U> {
+  /// The first unit of element `e` of the walk. One multiplication and one addition.
+  U* unitAt(unsigned long long e) const noexcept { return this->data + (e + this->offset) * this->stride; }
+};
+
+/// Refers to an element whose components may lie apart.
+template <class X, int K>
+class ComponentReference {
+ public:
+  ComponentReference(X* first, unsigned long long span) noexcept : first_(first), span_(span) {}
+  ComponentReference(const ComponentReference&) noexcept = default;
+
+  X& operator[](int c) const noexcept { return first_[static_cast<unsigned long long>(c) * span_]; }
+  operator Quorvel::FixedArray<X, K>() const noexcept {
+    Quorvel::FixedArray<X, K> value;
+    for (int c = 0; c < K; ++c) value[c] = (*this)[c];
+    return value;
+  }
+  /// Writes the element referred to.
+  const ComponentReference& operator=(const Quorvel::FixedArray<X, K>& value) const noexcept {
+    for (int c = 0; c < K; ++c) (*this)[c] = value[c];
+    return *this;
+  }
+  ComponentReference& operator=(const ComponentReference& other) noexcept {
+    *this = static_cast<Quorvel::FixedArray<X, K>>(other);
+    return *this;
+  }
+  friend bool operator==(const ComponentReference& a, const Quorvel::FixedArray<X, K>& b) noexcept {
+    return static_cast<Quorvel::FixedArray<X, K>>(a) == b;
+  }
+
+ private:
+  X* first_;
+  unsigned long long span_;
+};
+
+/// The walk over elements of type `T`, each a unit.
+template <class T>
+struct Iterator : IteratorBase<T> {
+  using Reference = T&;
+  using ConstReference = const T&;
+
+  static Reference referTo(T* unit, const HyperslabParameters&) noexcept { return *unit; }
+
+  /// Element `e` of the walk.
+  const T& getElement(unsigned long long e) const noexcept { return *this->unitAt(e); }
+  void setElement(unsigned long long e, const T& value) { *this->unitAt(e) = value; }
+
+  /// Calls `f(element)` for each element in order, in one flat loop.
+  template <class F>
+  void forEachElement(F&& f) const {
+    const unsigned long long n = this->nElements();
+    const T* const first = this->data + this->offset * this->stride;
+    if (this->stride == 1) {
+      for (unsigned long long e = 0; e < n; ++e) f(first[e]);
+    } else {
+      for (unsigned long long e = 0; e < n; ++e) f(first[e * this->stride]);
+    }
+  }
+};
+
+/// The walk over elements of `K` doubles, assembled from their components.
+template <int K>
+struct Iterator<Quorvel::FixedArray<double, K>> : IteratorBase<double> {
+  using Element = Quorvel::FixedArray<double, K>;
+  using Reference = ComponentReference<double, K>;
+  using ConstReference = Element;
+
+  static Reference referTo(double* unit, const HyperslabParameters& walk) noexcept {
+    return Reference(unit, walk.span);
+  }
+
+  /// Element `e` of the walk.
+  Element getElement(unsigned long long e) const noexcept { return load(this->unitAt(e), this->span); }
+  void setElement(unsigned long long e, const Element& value) noexcept {
+    double* const unit = this->unitAt(e);
+    for (int c = 0; c < K; ++c) unit[static_cast<unsigned long long>(c) * this->span] = value[c];
+  }
+
+  /// Calls `f(element)` for each element in order, in one flat loop.
+  template <class F>
+  void forEachElement(F&& f) const {
+    const unsigned long long n = this->nElements();
+    if (this->span == 1) {
+      for (unsigned long long e = 0; e < n; ++e) f(load(this->unitAt(e), 1));
+    } else {
+      for (unsigned long long e = 0; e < n; ++e) f(load(this->unitAt(e), this->span));
+    }
+  }
+
+ private:
+  static Element load(const double* unit, unsigned long long componentSpan) noexcept {
+    Element value;
+    for (int c = 0; c < K; ++c) value[c] = unit[static_cast<unsigned long long>(c) * componentSpan];
+    return value;
+  }
+};
+
+/// The walk that arrays carry: in memory, or through an element source.
+template <class T>
+struct CreativeIterator : Iterator<T> {
+  using Unit = WalkUnitType<T>;
+
+  ElementSource<Unit>* source = nullptr;  ///< used when `data` is null
+
+  /// Takes over the fields of a record.
+  void assign(const WalkParameters<Unit>& walk) noexcept {
+    static_cast<HyperslabParameters&>(*this) = walk;
+    this->data = walk.data;
+    source = walk.source;
+  }
+  /// The fields as a record.
+  WalkParameters<Unit> getWalk() const noexcept {
+    WalkParameters<Unit> walk;
+    static_cast<HyperslabParameters&>(walk) = *this;
+    walk.data = this->data;
+    walk.source = source;
+    return walk;
+  }
+};
+
+}  // namespace Tresk

@@ -1,0 +1,120 @@
+// SPDX-License-Identifier: BSD-3-Clause
+// Copyright (c) 2026 the Tresk authors
+#pragma once
+
+#include <tresk/field/ElementTypes.hpp>
+#include <tresk/field/FragmentID.hpp>
+#include <tresk/field/MemArrayBase.hpp>
+#include <tresk/field/MultiArray.hpp>
+#include <tresk/field/TypedArray.hpp>
+
+namespace Tresk {
+
+/// An array that sees a chunk, or a part of it: everything that does not need to allocate.
+///
+/// Several arrays may see one chunk with different walks: slices and views of components cost no copy. A view holds
+/// the chunk and not the array that it was made from.
+/// The bodies are in `MemArrayImplementation.hpp`, which a library with an element type of its own includes.
+template <int N, class T>
+class TRESK_OPEN_TEMPLATE ReferencingMemArray : public MemArrayBase<N>,
+                                                public MultiArrayOf<N, T>,
+                                                public TypedArray<T> {
+ public:
+  using ChunkPtr = Ostrel::StrongPtr<Ostrel::ChunkBase, Ostrel::ChunkBase>;
+  using TypedChunkPtr = Ostrel::StrongPtr<Ostrel::TypedChunk<T>, Ostrel::ChunkBase>;
+  using Unit = WalkUnitType<T>;
+
+  using MemArrayBase<N>::createSubArray;
+
+  // The order of the virtual operations is part of the interface.
+  MultiIndex<N> getIndexSize() const override;
+  DynamicSize getSize() const override;
+  /// The part with the highest index fixed at `index`, which is not tested: an array of one dimension less that shares
+  /// the chunk; null for rank 1.
+  virtual MemBasePtr getSlice(unsigned long long index, const CreatorWeakPtr& creator) const = 0;
+  bool copyFromChunk(const ChunkPtr& other) override;
+  TypedChunkPtr getTypedChunk() const override;
+  unsigned long long memsize() const override;
+  unsigned long long nElements() const override;
+  std::string getElementString(unsigned long long index) const override;
+  void DeferredConstructor() override;
+  const std::type_info& getElementType() const override;
+  const HyperslabParameters& getHyperslab() const override;
+  void* getDataPointer() const override;
+  const double* getOrigin() const override;
+  const double* getDelta() const override;
+  T first() const override;
+  T last() const override;
+  const CreativeIterator<T>& getIterator() const override;
+  CreativeIterator<T>& getIterator() override;
+
+ protected:
+  /// The front of `storage`, as far as the extents cover it. Storage of another type gives an array without memory.
+  ReferencingMemArray(const ChunkPtr& storage, const MultiIndex<N>& size);
+  /// A view: the given walk, fitted to the extents.
+  ReferencingMemArray(const WalkParameters<Unit>& walk, const MultiIndex<N>& size, const ChunkPtr& storage);
+
+  /// Owns the storage. Of a view of a component it holds the chunk, whose type is another one, so that the pointer is
+  /// invalid as a typed one.
+  const TypedChunkPtr chunk;
+};
+
+/// A data-holding array of rank `N` (1 to 4) with elements of type `T`.
+///
+/// Element (i0, i1, i2, i3) of an array of extents n0 x n1 x n2 x n3 lies at linear position
+/// ((i3 x n2 + i2) x n1 + i1) x n0 + i0. Access by indices is that of `MultiArray`, access in order that of the walk
+/// (`getIterator`).
+/// Numbers of a fresh array are zero and pointers empty; elements of the geometric and cell types hold whatever was in
+/// their memory until somebody writes them.
+/// Errors: `std::length_error` for more elements than a vector holds.
+template <int N, class T>
+class TRESK_OPEN_TEMPLATE MemArray : public ReferencingMemArray<N, T> {
+ public:
+  using typename ReferencingMemArray<N, T>::ChunkPtr;
+  using typename ReferencingMemArray<N, T>::Unit;
+
+  /// An array on a new chunk.
+  MemArray(const MultiIndex<N>& size, const CreatorWeakPtr& creator);
+  /// An array on a chunk that exists. It keeps all of the chunk and sees its front part.
+  MemArray(const ChunkPtr& storage, const MultiIndex<N>& size, const CreatorWeakPtr& creator);
+  /// A view of a chunk, by a walk that is fitted to the extents.
+  MemArray(const WalkParameters<Unit>& walk, const MultiIndex<N>& size, const ChunkPtr& storage,
+           const CreatorWeakPtr& creator);
+
+  /// Whether the element type has its allocator. Set while the library is loaded.
+  static const bool isRegistered;
+
+  using ReferencingMemArray<N, T>::createSubArray;
+
+  MemBasePtr createArray(const MultiIndex<N>& size, const CreatorWeakPtr& creator) const override;
+  MemBasePtr createSubArray(const MultiIndex<N>& start, const MultiIndex<N>& size,
+                            const CreatorWeakPtr& creator) const override;
+  MemBasePtr getSlice(unsigned long long index, const CreatorWeakPtr& creator) const override;
+  MemBasePtr makeExplicit(const CreatorWeakPtr& creator) const override;
+  MemBasePtr createOnChunk(const ChunkPtr& storage, const CreatorWeakPtr& creator) const override;
+  MemBasePtr copy(const CreatorWeakPtr& creator) const override;
+  MemBasePtr getComponent(int component, const CreatorWeakPtr& creator) const override;
+};
+
+/// Makes arrays of element type `T` and rank 1 to 4.
+template <class T>
+class TRESK_OPEN_TEMPLATE MemArrayAllocator : public MemBase::Allocator {
+ public:
+  MemBasePtr create(const DynamicSize& size) const override;
+};
+
+#define TRESK_DECLARE_ARRAYS(...)                            \
+  extern template class TypedArray<__VA_ARGS__>;             \
+  extern template class ReferencingMemArray<1, __VA_ARGS__>; \
+  extern template class ReferencingMemArray<2, __VA_ARGS__>; \
+  extern template class ReferencingMemArray<3, __VA_ARGS__>; \
+  extern template class ReferencingMemArray<4, __VA_ARGS__>; \
+  extern template class MemArray<1, __VA_ARGS__>;            \
+  extern template class MemArray<2, __VA_ARGS__>;            \
+  extern template class MemArray<3, __VA_ARGS__>;            \
+  extern template class MemArray<4, __VA_ARGS__>;            \
+  extern template class MemArrayAllocator<__VA_ARGS__>;
+TRESK_FOR_EACH_ELEMENT_TYPE(TRESK_DECLARE_ARRAYS)
+#undef TRESK_DECLARE_ARRAYS
+
+}  // namespace Tresk

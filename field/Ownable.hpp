@@ -1,0 +1,131 @@
+// SPDX-License-Identifier: BSD-3-Clause
+// Copyright (c) 2026 the Tresk authors
+#pragma once
+
+#include <tresk/foundation/Ageable.hpp>
+#include <tresk/foundation/InterfaceBase.hpp>
+#include <tresk/foundation/Intercube.hpp>
+#include <tresk/foundation/Pointers.hpp>
+
+#include <unordered_set>
+#include <vector>
+
+namespace Tresk {
+
+/// What can be asked of anything that has owners. Not for destroying objects by: it has no virtual destructor.
+class TRESK_EXPORT OwnerBase {
+ public:
+  /// Lets all owners answer a question; false ends the walk. Without owners the answer is true.
+  /// \param question receives the trace of the walk and the answers; \param context further arguments, may be the same
+  virtual bool processOwnership(Ostrel::Intercube& question, const Ostrel::Intercube& context) const;
+  /// Hands one argument up to all owners. No class of this library acts on it.
+  virtual void forEachOwner(void* argument);
+
+ protected:
+  OwnerBase();
+  OwnerBase(const OwnerBase&) = default;
+  OwnerBase& operator=(const OwnerBase&) = default;
+  ~OwnerBase();
+};
+
+/// An object of class `T` that keeps weak pointers to its owners.
+///
+/// `C` is the property part of an owner: what it remembers of its children.
+/// Threads: the owner set has no lock. Owners are added and removed while no other thread walks the set. Owners answer
+/// on whatever thread asks, which may be that of a cache.
+template <class T, class C>
+class TRESK_OPEN_TEMPLATE Ownable : public virtual OwnerBase {
+ public:
+  /// What an owner of such objects derives from.
+  class TRESK_OPEN_TEMPLATE Container : public Ostrel::ReferenceBase<Container>, public virtual OwnerBase, public C {
+   public:
+    using WeakPointer = Ostrel::WeakPtr<Container, Container>;
+
+    /// The trace that the walk leaves in a question: the owner asked last.
+    class TRESK_OPEN_TEMPLATE PassThrough : public Ostrel::Interface<PassThrough> {
+     public:
+      explicit PassThrough(const WeakPointer& container) : container_(container) {}
+      const WeakPointer& getContainer() const noexcept { return container_; }
+
+     private:
+      WeakPointer container_;
+    };
+
+   protected:
+    Container() : Ostrel::ReferenceBase<Container>(this) {}
+  };
+  using OwnerPointer = Ostrel::WeakPtr<Container, Container>;
+
+  /// Enters an owner; false if it stands in the set already.
+  bool addOwner(const OwnerPointer& owner) { return owners_.insert(owner).second; }
+  bool removeOwner(const OwnerPointer& owner) { return owners_.erase(owner) != 0; }
+  bool isOwnedBy(const OwnerPointer& owner) const { return owners_.count(owner) != 0; }
+  /// The number of entries, dead ones included: they stay and are skipped.
+  unsigned long long nOwners() const noexcept { return owners_.size(); }
+
+  bool processOwnership(Ostrel::Intercube& question, const Ostrel::Intercube& context) const override {
+    bool goesOn = true;
+    forEachLivingOwner([&](Container& owner, const OwnerPointer& pointer) {
+      using PassThrough = typename Container::PassThrough;
+      question.addInterface(Ostrel::StrongPtr<Ostrel::InterfaceBase, Ostrel::InterfaceBase>(new PassThrough(pointer)));
+      goesOn = owner.processOwnership(question, context);
+      return goesOn;
+    });
+    return goesOn;
+  }
+
+  void forEachOwner(void* argument) override {
+    forEachLivingOwner([argument](Container& owner, const OwnerPointer&) {
+      owner.forEachOwner(argument);
+      return true;
+    });
+  }
+
+ protected:
+  Ownable() : owners_(1) { owners_.max_load_factor(1.0F); }
+  ~Ownable() = default;
+
+  /// Calls `f` for the properties of each living owner. Nothing that `f` does may change the set. Takes no lock and
+  /// allocates nothing.
+  template <class F>
+  void forEachOwnerProperties(const F& f) const {
+    for (const OwnerPointer& pointer : owners_) {
+      const Ostrel::Pin<Container> owner(pointer);
+      if (owner) f(static_cast<C&>(*owner));
+    }
+  }
+
+ private:
+  /// Calls `f(owner, pointer)` for each living owner in the order of the set, until it answers false. Owners run code
+  /// of their own, which may change the set; the walk is over the set as it was.
+  template <class F>
+  void forEachLivingOwner(const F& f) const {
+    const auto ask = [&f](const OwnerPointer& pointer) {
+      const Ostrel::Pin<Container> owner(pointer);
+      return !owner || f(*owner, pointer);
+    };
+    if (owners_.size() == 1) {
+      const OwnerPointer only = *owners_.begin();
+      ask(only);
+      return;
+    }
+    const std::vector<OwnerPointer> owners(owners_.begin(), owners_.end());
+    for (const OwnerPointer& pointer : owners)
+      if (!ask(pointer)) return;
+  }
+
+  std::unordered_set<OwnerPointer> owners_;
+};
+
+/// What a field remembers of its creators: the newest ages of any of them.
+struct TRESK_EXPORT CreativeArrayBaseContainerBase {
+  Ostrel::Ageable dataAge = Ostrel::Ageable::Ooooold;
+  Ostrel::Ageable attributeAge = Ostrel::Ageable::Ooooold;
+};
+
+/// What other owners remember of their children.
+struct TRESK_EXPORT ChildrenProperties {
+  Ostrel::Ageable age = Ostrel::Ageable::Ooooold;
+};
+
+}  // namespace Tresk

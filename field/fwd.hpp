@@ -1,0 +1,68 @@
+// SPDX-License-Identifier: BSD-3-Clause
+// Copyright (c) 2026 the Tresk authors
+#pragma once
+
+/// \file
+/// Declarations of the field floor, for headers that only mention a type, and the short names of its pointers.
+
+#include <tresk/foundation/fwd.hpp>
+
+namespace Tresk {
+
+class DynamicSize;
+class SizeInterface;
+class FragmentedSizeInterface;
+
+struct TreskTypeIndex;
+class TreskTypeBase;
+template <class T>
+class TreskType;
+class TypeList;
+
+struct HyperslabParameters;
+template <int N>
+class MultiIndex;
+class MemBase;
+class MemArrayProperties;
+template <int N>
+class MemArrayBase;
+template <class T>
+class TypedArray;
+template <int N, class T>
+class ReferencingMemArray;
+template <int N, class T>
+class MemArray;
+
+class OwnerBase;
+class BinderBase;
+class CreativeArrayBase;
+class CreativeArray;
+class FunctionalCreatorBase;
+class FunctionalCreator;
+
+class FragmentID;
+class FragmentIDCollection;
+class FragmentIDCollectionProvider;
+class FragmentIDContainer;
+class Field;
+
+/// An array of any rank and element type.
+using MemBasePtr = Ostrel::StrongPtr<MemBase, Ostrel::Cacheable>;
+/// A creator, held and observed.
+using CreatorPtr = Ostrel::StrongPtr<CreativeArrayBase, Ostrel::Creature>;
+using CreatorWeakPtr = Ostrel::WeakPtr<CreativeArrayBase, Ostrel::Creature>;
+/// The record of an element type.
+using TreskTypePtr = Ostrel::StrongPtr<TreskTypeBase, TreskTypeBase>;
+using TreskTypeWeakPtr = Ostrel::WeakPtr<TreskTypeBase, TreskTypeBase>;
+/// A fragment; empty for the unnamed fragment of an unfragmented field.
+using FragmentIDPtr = Ostrel::StrongPtr<FragmentID, FragmentID>;
+/// The numbering authority of fragments.
+using FragmentIDCollectionPtr = Ostrel::StrongPtr<FragmentIDCollection, FragmentIDCollection>;
+/// The cache that a creator belongs to.
+using CachePtr = Ostrel::StrongPtr<Ostrel::Cache, Ostrel::CacheBase>;
+using CacheWeakPtr = Ostrel::WeakPtr<Ostrel::Cache, Ostrel::CacheBase>;
+using BinderPtr = Ostrel::StrongPtr<BinderBase, BinderBase>;
+/// The size that a creator or a field tells.
+using SizePtr = Ostrel::StrongPtr<SizeInterface, Ostrel::InterfaceBase>;
+
+}  // namespace Tresk
