@@ -1,0 +1,470 @@
+// SPDX-License-Identifier: BSD-3-Clause
+// Copyright (c) 2026 the Tresk authors
+#include <tresk/field/Field.hpp>
+
+#include <tresk/field/CreativeArray.hpp>
+#include <tresk/foundation/SaveRegistry.hpp>
+
+#include <algorithm>
+#include <cstddef>
+#include <stdexcept>
+
+namespace Tresk {
+
+namespace {
+
+/// The collection of a field that may be gone.
+FragmentIDCollectionPtr collectionOf(const FieldWeakPtr& sibling) {
+  const FieldPtr field(sibling);
+  return field ? field->getFragmentIDCollection() : FragmentIDCollectionPtr();
+}
+
+using DiscardableCreator = Ostrel::AlzheimerCreator<MemBase, CreativeArrayBase>;
+
+}  // namespace
+
+// ---------------------------------------------------------------------------------------------------- construction
+
+void Field::offerToSavers() {
+  Ostrel::SaveRegistry<Field> registry(this);
+  registry.traverseCreators(typeid(Field));
+}
+
+void Field::reserveForShape() {
+  if (collection_) reserve_fragments(collection_->getShape().nElements());
+}
+
+Field::Field() : collection_(new FragmentIDCollection) { offerToSavers(); }
+
+Field::Field(const FragmentIDCollectionPtr& collection) : collection_(collection) {
+  offerToSavers();
+  reserveForShape();
+}
+
+Field::Field(const FragmentIDCollectionProvider& provider) : Field(provider.getFragmentIDCollection()) {}
+
+Field::Field(const FieldWeakPtr& sibling) : Field(collectionOf(sibling)) {}
+
+Field::Field(const CreatorPtr& creator, const FieldWeakPtr& sibling) : Field(creator, collectionOf(sibling)) {}
+
+Field::Field(const CreatorPtr& creator, const FragmentIDCollectionProvider& provider)
+    : Field(creator, provider.getFragmentIDCollection()) {}
+
+Field::Field(const CreatorPtr& creator, const FragmentIDCollectionPtr& collection) : Field(collection) {
+  setCreator(creator, FragmentIDPtr());
+}
+
+Field::Field(const MemBasePtr& data, const FieldWeakPtr& sibling) : Field(data, collectionOf(sibling)) {}
+
+Field::Field(const MemBasePtr& data, const FragmentIDCollectionProvider& provider)
+    : Field(data, provider.getFragmentIDCollection()) {}
+
+Field::Field(const MemBasePtr& data, const FragmentIDCollectionPtr& collection)
+    : Field(data, Ostrel::Cache::MemCache(), collection) {}
+
+Field::Field(const MemBasePtr& data, const CachePtr& cache, const FragmentIDCollectionPtr& collection)
+    : Field(collection) {
+  setPersistentData(data, FragmentIDPtr(), cache, std::string());
+}
+
+void Field::extremeUnction() noexcept { clear(); }
+
+Field::~Field() { clear(); }
+
+bool Field::processOwnership(Ostrel::Intercube& question, const Ostrel::Intercube& context) const {
+  return Ownable<Field, ChildrenProperties>::processOwnership(question, context);
+}
+
+FragmentIDCollectionPtr Field::getFragmentIDCollection() const { return collection_; }
+
+const CreatorPtr& Field::CreativeArrayNullPtr() {
+  static const CreatorPtr null;
+  return null;
+}
+
+const FieldPtr& Field::NullPtrField() {
+  static const FieldPtr null;
+  return null;
+}
+
+// ------------------------------------------------------------------------------------------------------- fragments
+
+FragmentIDPtr& Field::makeFragmentID(const std::string& name) {
+  if (!collection_) collection_ = FragmentIDCollectionPtr(new FragmentIDCollection);
+  return collection_->makeFragmentID(name);
+}
+
+unsigned int Field::getNumericalID(const FragmentIDPtr& fragment) {
+  if (!collection_) {
+    FragmentIDCollectionPtr adopted;
+    if (fragment) adopted = FragmentIDCollectionPtr(fragment->getOwner());
+    collection_ = adopted ? adopted : FragmentIDCollectionPtr(new FragmentIDCollection);
+  }
+  return collection_->getID(fragment);
+}
+
+unsigned int Field::findNumericalID(const FragmentIDPtr& fragment) const {
+  if (!fragment) return 0;
+  const FragmentIDCollectionPtr collection = collection_;
+  return collection ? collection->findID(fragment) : FragmentIDCollection::NoNumber;
+}
+
+unsigned int Field::findNumericalIDByName(const std::string& name) const {
+  const FragmentIDCollectionPtr collection = collection_;
+  return collection ? collection->findNumericalIDByName(name) : FragmentIDCollection::NoNumber;
+}
+
+FragmentIDPtr Field::getFragmentID(const std::string& name) const {
+  const FragmentIDCollectionPtr collection = collection_;
+  return collection ? collection->findFragmentIDByName(name) : FragmentIDPtr();
+}
+
+const std::vector<FragmentIDPtr>& Field::getFragmentIDs() const {
+  static const std::vector<FragmentIDPtr> none;
+  return collection_ ? collection_->getFragmentIDs() : none;
+}
+
+FragmentIDPtr Field::getFirstFragmentID() const {
+  const FragmentIDCollectionPtr collection = collection_;
+  if (!collection) return FragmentIDPtr();
+  const SharedFragmentLock lock(mutex_);
+  return fragments_.keys.empty() ? FragmentIDPtr() : collection->findFragmentID(fragments_.keys.front());
+}
+
+MemBasePtr Field::newFragmentationArray() const {
+  const FragmentIDCollectionPtr collection = getFragmentIDCollection();
+  if (!collection) return MemBasePtr();
+  return MemBasePtr(collection->getFragmentIDArray());
+}
+
+bool Field::validate(unsigned int number) const {
+  const FragmentIDCollectionPtr collection = getFragmentIDCollection();
+  return collection && number < collection->nFragmentIDs();
+}
+
+// ------------------------------------------------------------------------------------------------------- the table
+
+std::size_t Field::findPosition(unsigned int number) const {
+  const std::vector<std::uint32_t>& keys = fragments_.keys;
+  const auto place = std::lower_bound(keys.begin(), keys.end(), number);
+  return place != keys.end() && *place == number ? static_cast<std::size_t>(place - keys.begin()) : Absent;
+}
+
+CreatorPtr Field::findValue(unsigned int number) const {
+  const std::size_t position = findPosition(number);
+  return position == Absent ? CreatorPtr() : fragments_.values[position];
+}
+
+std::size_t Field::insert(unsigned int number, const CreatorPtr& creator) {
+  std::vector<std::uint32_t>& keys = fragments_.keys;
+  std::vector<CreatorPtr>& values = fragments_.values;
+  const auto place = std::lower_bound(keys.begin(), keys.end(), number);
+  const std::ptrdiff_t position = place - keys.begin();
+  if (place != keys.end() && *place == number) return static_cast<std::size_t>(position);
+  // Both vectors get their room before either changes.
+  if (keys.size() == keys.capacity()) keys.reserve(std::max<std::size_t>(4, 2 * keys.size()));
+  if (values.size() == values.capacity()) values.reserve(std::max<std::size_t>(4, 2 * values.size()));
+  keys.insert(keys.begin() + position, number);
+  values.insert(values.begin() + position, creator);
+  return static_cast<std::size_t>(position);
+}
+
+CreatorPtr& Field::store(unsigned int number, const CreatorPtr& creator) {
+  // The former creator dies here, after the lock: its end may ask this field.
+  CreatorPtr replaced;
+  {
+    const SharedFragmentLock lock(mutex_);
+    const std::size_t position = findPosition(number);
+    if (position != Absent) {
+      // Under the shared lock the slot stays where it is; readers may copy it at this very moment.
+      CreatorPtr& slot = fragments_.values[position];
+      replaced = slot.exchangeFor(creator);
+      return slot;
+    }
+  }
+  const ExclusiveFragmentLock lock(mutex_);
+  return fragments_.values[insert(number, creator)];
+}
+
+void Field::touchAndOwn(const CreatorPtr& creator) {
+  Ostrel::Ageable& age = Ostrel::Ageable::touch();
+  if (!creator) return;
+  creator->addOwner(getSelf());
+  creator->forEachOwner(&age);
+}
+
+template <class F>
+void Field::visitCreators(const F& f) const {
+  const SharedFragmentLock lock(mutex_);
+  for (const CreatorPtr& value : fragments_.values) {
+    const CreatorPtr creator = value;
+    if (creator && f(*creator)) return;
+  }
+}
+
+// --------------------------------------------------------------------------------------------------------- reading
+
+CreatorPtr Field::getCreator(const FragmentIDPtr& fragment) const {
+  const SharedFragmentLock lock(mutex_);
+  if (fragments_.keys.empty()) return CreatorPtr();
+  if (fragment) {
+    if (fragment->getOwner().getRecord() != collection_.getRecord()) return CreatorPtr();
+    return findValue(findNumericalID(fragment));
+  }
+  if (fragments_.keys.size() > 1) return CreatorPtr();
+  const FragmentIDCollectionPtr collection = collection_;
+  if (collection && collection->findFragmentID(fragments_.keys.front())) return CreatorPtr();
+  return fragments_.values.front();
+}
+
+CreatorPtr Field::getCreatorByNumericalID(unsigned int number) const {
+  const SharedFragmentLock lock(mutex_);
+  return findValue(number);
+}
+
+CreatorPtr Field::getCreatorByName(const std::string& name) const {
+  const FragmentIDCollectionPtr collection = collection_;
+  if (!collection) return CreatorPtr();
+  return getCreatorByNumericalID(collection->findNumericalIDByName(name));
+}
+
+CreatorWithFragment Field::getCreatorByNameF(const std::string& name) const {
+  const FragmentIDCollectionPtr collection = collection_;
+  if (!collection) return CreatorWithFragment();
+  const unsigned int number = collection->findNumericalIDByName(name);
+  CreatorPtr creator = getCreatorByNumericalID(number);
+  if (!creator) return CreatorWithFragment();
+  return CreatorWithFragment(std::move(creator), collection->findFragmentID(number));
+}
+
+CreatorWithFragment Field::getCompatibleCreatorF(const FragmentIDPtr& fragment) const {
+  CreatorPtr creator = getCreator(fragment);
+  if (!fragment) return CreatorWithFragment(std::move(creator), FragmentIDPtr());
+  if (creator) return CreatorWithFragment(std::move(creator), fragment);
+  return getCreatorByNameF(fragment->getName());
+}
+
+CreatorPtr Field::getFirstCreator() const TRESK_NO_THREAD_SAFETY_ANALYSIS {
+  return fragments_.values.empty() ? CreatorPtr() : fragments_.values.front();
+}
+
+MemBasePtr Field::getData(const FragmentIDPtr& fragment) const {
+  const CreatorPtr creator = getCreator(fragment);
+  return creator ? creator->create(false) : MemBasePtr();
+}
+
+MemBasePtr Field::getDataByNumericalID(unsigned int number) const {
+  const CreatorPtr creator = getCreatorByNumericalID(number);
+  return creator ? creator->create(false) : MemBasePtr();
+}
+
+MemBasePtr Field::getFirstData() const {
+  const CreatorPtr creator = getFirstCreator();
+  return creator ? creator->create(false) : MemBasePtr();
+}
+
+CreatorPtr& Field::getCreatorReferenceViaFragmentIndex(unsigned int number) {
+  CreatorPtr* slot = nullptr;
+  {
+    const SharedFragmentLock lock(mutex_);
+    const std::size_t position = findPosition(number);
+    if (position != Absent) slot = &fragments_.values[position];
+  }
+  if (slot == nullptr) {
+    const ExclusiveFragmentLock lock(mutex_);
+    slot = &fragments_.values[insert(number, CreatorPtr())];
+  }
+  Ostrel::Ageable::touch();
+  return *slot;
+}
+
+// --------------------------------------------------------------------------------------------------------- binding
+
+CreatorPtr& Field::setCreatorViaFragmentIndex(unsigned int number, const CreatorPtr& creator) {
+  CreatorPtr& slot = store(number, creator);
+  touchAndOwn(creator);
+  return slot;
+}
+
+CreatorPtr& Field::setCreator(const CreatorPtr& creator, const FragmentIDPtr& fragment) {
+  if (fragment && fragment->getOwner().getRecord() != collection_.getRecord())
+    throw "Field::setCreator(): Inconsistent Fragment ID Collection!";  // a plain text, deliberately
+  return setCreatorViaFragmentIndex(getNumericalID(fragment), creator);
+}
+
+CreatorPtr Field::createCreator(const MemBasePtr& data, const FragmentIDPtr& fragment,
+                                CreationFailAlternative alternative, const CacheWeakPtr& cache) {
+  if (!data) return CreatorPtr();
+  CreatorPtr creator;
+  if (alternative == PersistentCreatorAlternative)
+    creator = CreatorPtr(new CreativeArray(data, CachePtr(cache)));
+  else if (alternative == DiscardableCreatorAlternative)
+    creator = CreatorPtr(new DiscardableCreator(data, cache));  // becomes the creator of the data, and is touched
+  else
+    return CreatorPtr();
+  if (!data->isOnCacheList()) return CreatorPtr();
+  creator->addDataMetaInfo(data);
+  data->setCreator(creator);
+  setCreatorViaFragmentIndex(getNumericalID(fragment), creator);
+  return creator;
+}
+
+CreatorPtr Field::createCreator(const MemBasePtr& data, const std::string& name, CreationFailAlternative alternative,
+                                const CacheWeakPtr& cache) {
+  const FragmentIDPtr fragment = makeFragmentID(name);
+  return createCreator(data, fragment, alternative, cache);
+}
+
+const CreatorPtr& Field::setPersistentData(const MemBasePtr& data, const FragmentIDPtr& fragment,
+                                           const CachePtr& cache, const std::string& provenance) {
+  if (!data) return CreativeArrayNullPtr();
+  const CreatorPtr creator(new CreativeArray(data, cache));
+  const CreatorPtr& slot = setCreatorViaFragmentIndex(getNumericalID(fragment), creator);
+  creator->addDataMetaInfo(data);
+  if (data->getDescription().empty()) data->setDescription("Field::setPersistentData()");
+  if (!provenance.empty()) {
+    creator->addProvenance(
+        Ostrel::StrongPtr<Ostrel::Provenance, Ostrel::Provenance>(new Ostrel::Provenance(provenance)));
+  }
+  touchAndOwn(creator);
+  return slot;
+}
+
+CreatorPtr Field::setDiscardableData(const MemBasePtr& data, const CacheWeakPtr& cache,
+                                     const FragmentIDPtr& fragment) {
+  if (!data) return CreatorPtr();
+  const CreatorPtr creator(new DiscardableCreator(data, cache));
+  creator->addDataMetaInfo(data);
+  setCreatorViaFragmentIndex(getNumericalID(fragment), creator);
+  return creator;
+}
+
+void Field::reserve_fragments(unsigned long long nFragments) TRESK_NO_THREAD_SAFETY_ANALYSIS {
+  if (nFragments > fragments_.keys.max_size() || nFragments > fragments_.values.max_size())
+    throw std::length_error("vector::reserve");
+  fragments_.keys.reserve(nFragments);
+  fragments_.values.reserve(nFragments);
+}
+
+void Field::clear() {
+  visitCreators([](CreativeArrayBase& creator) {
+    creator.release();
+    return false;
+  });
+  // The creators die after the lock: their ends may ask this field.
+  fragments_t dropped;
+  const ExclusiveFragmentLock lock(mutex_);
+  std::swap(dropped, fragments_);
+}
+
+// ------------------------------------------------------------------------------------------------------- questions
+
+unsigned long long Field::nFragments() const {
+  const SharedFragmentLock lock(mutex_);
+  return fragments_.keys.size();
+}
+
+bool Field::isUnfragmented() const {
+  const SharedFragmentLock lock(mutex_);
+  if (fragments_.keys.size() != 1) return false;
+  const FragmentIDCollectionPtr collection = collection_;
+  return !collection || !collection->findFragmentID(fragments_.keys.front());
+}
+
+Ostrel::StrongPtr<MemArrayProperties, Ostrel::InterfaceBase> Field::getProperties() const {
+  Ostrel::StrongPtr<MemArrayProperties, Ostrel::InterfaceBase> properties;
+  visitCreators([&properties](const CreativeArrayBase& creator) {
+    properties = Ostrel::findInterface<MemArrayProperties>(creator);
+    return properties.isValid();
+  });
+  return properties ? properties : Ostrel::findInterface<MemArrayProperties>(*this);
+}
+
+int Field::Dims() const {
+  if (const auto properties = getProperties()) return properties->getRank();
+  int rank = -1;
+  visitCreators([&rank](const CreativeArrayBase& creator) {
+    const SizePtr size = Tresk::getSize(creator);
+    if (!size) return false;
+    rank = size->Dims();
+    return true;
+  });
+  return rank;
+}
+
+TreskTypeWeakPtr Field::getElementTreskType() const {
+  if (const auto properties = getProperties()) return properties->getType();
+  TreskTypeWeakPtr type;
+  visitCreators([&type](CreativeArrayBase& creator) {
+    type = creator.getTreskType();
+    if (type) return true;
+    const MemBasePtr data = creator.getData();
+    if (data) type = TreskTypeBase::find(data->getTreskTypeIndex());
+    return type.isValid();
+  });
+  return type;
+}
+
+const std::type_info& Field::getElementType() const {
+  if (const auto properties = getProperties()) {
+    const TreskTypePtr type(properties->getType());
+    return type ? type->getType() : typeid(std::nullptr_t);
+  }
+  const std::type_info* type = &typeid(void);
+  visitCreators([&type](CreativeArrayBase& creator) {
+    if (const TreskTypePtr record = creator.getTreskType()) {
+      type = &record->getType();
+      return true;
+    }
+    const MemBasePtr data = creator.getData();
+    if (data) type = &data->getElementType();
+    return data.isValid();
+  });
+  return *type;
+}
+
+const std::type_info& Field::getFieldStorageType() const {
+  const std::type_info* type = &typeid(void);
+  visitCreators([&type](CreativeArrayBase& creator) {
+    type = &creator.getType();
+    return true;
+  });
+  return *type;
+}
+
+SizePtr Field::getSize() const {
+  const Ostrel::StrongPtr<FragmentedSizeInterface, Ostrel::InterfaceBase> known(findInterface(typeid(SizeInterface)));
+  const SharedFragmentLock lock(mutex_);
+  const unsigned long long nEntries = fragments_.keys.size();
+  if (known && known->getFragmentCount() == nEntries) return known;
+  SizePtr sum;
+  for (const CreatorPtr& value : fragments_.values) {
+    const CreatorPtr creator = value;
+    const SizePtr size = creator ? Tresk::getSize(*creator) : SizePtr();
+    if (!size) continue;
+    if (!sum) sum = SizePtr(new SizeInterface(DynamicSize()));
+    *sum += *size;
+  }
+  if (sum) {
+    addInterface(Ostrel::StrongPtr<Ostrel::InterfaceBase, Ostrel::InterfaceBase>(
+        new FragmentedSizeInterface(*sum, nEntries)));
+  }
+  return sum;
+}
+
+bool Field::isCompatible(const Field& other) {
+  const SharedFragmentLock lock(mutex_);
+  for (std::size_t i = 0; i < fragments_.keys.size(); ++i) {
+    const CreatorPtr mine = fragments_.values[i];
+    if (!mine) continue;
+    // A lookup like any other: the other field's lock is not held while creators are asked.
+    const CreatorPtr theirs = other.getCreatorByNumericalID(fragments_.keys[i]);
+    if (!theirs) continue;
+    const SizePtr a = Tresk::getSize(*mine);
+    const SizePtr b = Tresk::getSize(*theirs);
+    if (a && b && static_cast<const DynamicSize&>(*a) != *b) return false;
+  }
+  return true;
+}
+
+}  // namespace Tresk

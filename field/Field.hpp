@@ -1,0 +1,229 @@
+// SPDX-License-Identifier: BSD-3-Clause
+// Copyright (c) 2026 the Tresk authors
+#pragma once
+
+#include <tresk/field/CreativeArrayBase.hpp>
+#include <tresk/field/FragmentIDCollection.hpp>
+#include <tresk/field/FragmentIDCollectionProvider.hpp>
+#include <tresk/field/FragmentMutex.hpp>
+#include <tresk/field/MemArrayProperties.hpp>
+
+#include <list>
+#include <map>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace Tresk {
+
+/// What holds creators: the container that a field is.
+using CreatorContainer = Ownable<CreativeArrayBase, CreativeArrayBaseContainerBase>::Container;
+/// A field, held and observed.
+using FieldPtr = Ostrel::StrongPtr<Field, CreatorContainer>;
+using FieldWeakPtr = Ostrel::WeakPtr<Field, CreatorContainer>;
+
+/// A creator together with its fragment.
+using CreatorWithFragment = std::pair<CreatorPtr, FragmentIDPtr>;
+
+/// Maps the fragments of a domain to creators, each of which yields a typed array on demand.
+///
+/// The field holds no data of its own: over a thousand fragments it costs a thousand small objects until somebody asks.
+/// Size, rank and element type are asked of the creators, without producing anything. Fragments are bound at any time;
+/// one that was never bound is simply absent. An empty fragment pointer, `FragmentIDPtr()`, stands for the unnamed
+/// fragment of an unfragmented field.
+///
+/// Lifetime: counted. Holds its creators and its collection strongly; creators know the field weakly. A creator that is
+/// replaced is not told: its owner set keeps a weak entry for the field.
+/// Threads: lookups, walks and bindings may run at once. The fragment mutex is held shared by readers, also while
+/// creators are asked for size or type and while `clear` lets them release; exclusively only to insert a key or to
+/// empty the table. Creators and savers may read the field then, and must not bind or clear. The collection is not
+/// guarded by it.
+/// Errors: lookups answer with null, 0xFFFFFFFF, -1, false or `void`. `setCreator` alone throws. Exceptions of a
+/// production reach the caller of `getData`.
+/// Cost: lookup by number is a binary search; binding in the order of numbers appends.
+class TRESK_EXPORT Field : public CreatorContainer,
+                           public Ownable<Field, ChildrenProperties>,
+                           public Ostrel::Intercube,
+                           public FragmentIDCollectionProvider,
+                           public Ostrel::Ageable,
+                           public SaveableAttributes {
+ public:
+  using fragment_mutex_t = FragmentMutex;
+
+  /// The fragment table: two vectors kept in step, the keys strictly ascending.
+  struct fragments_t {
+    std::vector<std::uint32_t> keys;
+    std::vector<CreatorPtr> values;  ///< the creator of each key; may be empty
+  };
+
+  /// Which creator `createCreator` makes for data.
+  enum CreationFailAlternative {
+    NoCreatorAlternative = 0,          ///< none
+    PersistentCreatorAlternative = 1,  ///< one that keeps the data
+    DiscardableCreatorAlternative = 2  ///< one that may forget them
+  };
+
+  // Construction. Each constructor offers the field to the save registry. A live collection with a shape reserves room
+  // for its fragments.
+
+  /// A field with a new, empty collection.
+  Field();
+  /// A field on a collection, which may be empty.
+  explicit Field(const FragmentIDCollectionPtr& collection);
+  /// A field on the collection that `provider` names. Of another field: `Field(provider)` with a reference of the
+  /// provider's type, as a field itself cannot be copied.
+  explicit Field(const FragmentIDCollectionProvider& provider);
+  /// A sibling of a field: it shares the numbering. Of a dead field it gets no collection.
+  explicit Field(const FieldWeakPtr& sibling);
+  /// The same with a creator for the unnamed fragment.
+  Field(const CreatorPtr& creator, const FieldWeakPtr& sibling);
+  Field(const CreatorPtr& creator, const FragmentIDCollectionProvider& provider);
+  Field(const CreatorPtr& creator, const FragmentIDCollectionPtr& collection);
+  /// The same with data for the unnamed fragment, kept in the default cache.
+  Field(const MemBasePtr& data, const FieldWeakPtr& sibling);
+  Field(const MemBasePtr& data, const FragmentIDCollectionProvider& provider);
+  Field(const MemBasePtr& data, const FragmentIDCollectionPtr& collection);
+  Field(const MemBasePtr& data, const CachePtr& cache, const FragmentIDCollectionPtr& collection);
+
+  // The order of the virtual operations is part of the interface.
+
+  /// Empties the table while the field is still whole, so that creators can ask their owners. An exception of a saver
+  /// terminates.
+  void extremeUnction() noexcept override;
+  ~Field() override;
+  /// Passes a question of a creator on to the field's owners.
+  bool processOwnership(Ostrel::Intercube& question, const Ostrel::Intercube& context) const override;
+  /// The numbering authority; may be empty.
+  FragmentIDCollectionPtr getFragmentIDCollection() const override;
+
+  // Fragments.
+
+  /// The collection's slot for a name, which is made if need be, as is the collection. The reference holds until the
+  /// next fragment is added.
+  FragmentIDPtr& makeFragmentID(const std::string& name);
+  /// The number of a fragment, which is registered if need be (`FragmentIDCollection::getID`). A field without a living
+  /// collection takes the one of the fragment, or a new one.
+  unsigned int getNumericalID(const FragmentIDPtr& fragment);
+  /// The number of a fragment, without registering it: 0 for the unnamed fragment, 0xFFFFFFFF without a collection.
+  unsigned int findNumericalID(const FragmentIDPtr& fragment) const;
+  /// The number of a name; 0xFFFFFFFF if it is unknown.
+  unsigned int findNumericalIDByName(const std::string& name) const;
+  /// The fragment of a name; empty if it is unknown.
+  FragmentIDPtr getFragmentID(const std::string& name) const;
+  /// All fragments of the collection in numerical order, bound or not.
+  const std::vector<FragmentIDPtr>& getFragmentIDs() const;
+  /// The fragment of the first entry.
+  FragmentIDPtr getFirstFragmentID() const;
+  /// The fragments as an array of the collection's shape, or null.
+  MemBasePtr newFragmentationArray() const;
+  /// Whether the collection has a slot of that number. It says nothing about a creator.
+  bool validate(unsigned int number) const;
+
+  // Reading.
+
+  /// The creator of a fragment of the field's own collection; a free-standing fragment or one of another collection
+  /// has none. The unnamed fragment is that of a field with one entry, unless the entry belongs to a named fragment.
+  CreatorPtr getCreator(const FragmentIDPtr& fragment) const;
+  CreatorPtr getCreatorByNumericalID(unsigned int number) const;
+  CreatorPtr getCreatorByName(const std::string& name) const;
+  /// The same with the fragment; both empty if there is none.
+  CreatorWithFragment getCreatorByNameF(const std::string& name) const;
+  /// The creator of a fragment, or the one bound under its name, so that fragments of other collections serve too.
+  CreatorWithFragment getCompatibleCreatorF(const FragmentIDPtr& fragment) const;
+  /// The creator of the first entry. Takes no lock.
+  CreatorPtr getFirstCreator() const;
+  /// The data of a fragment, produced if need be and marked as used.
+  MemBasePtr getData(const FragmentIDPtr& fragment) const;
+  MemBasePtr getDataByNumericalID(unsigned int number) const;
+  /// The data of the first entry. Takes no lock.
+  MemBasePtr getFirstData() const;
+  /// The slot of a number, which is made if need be, for writing. As the caller may write it, this counts as a change
+  /// of the field, and an unknown number leaves an entry without a creator. The reference holds until the next
+  /// insertion.
+  CreatorPtr& getCreatorReferenceViaFragmentIndex(unsigned int number);
+
+  // Binding.
+
+  /// Binds a creator to a fragment. Throws the text "Field::setCreator(): Inconsistent Fragment ID Collection!" as
+  /// `const char*` if the fragment is alive and its collection is not the field's; nothing is bound then. The reference
+  /// holds until the next insertion.
+  CreatorPtr& setCreator(const CreatorPtr& creator, const FragmentIDPtr& fragment);
+  /// Binds a creator to a number. If another thread binds the number at the same moment and inserts it first, that
+  /// creator stays.
+  CreatorPtr& setCreatorViaFragmentIndex(unsigned int number, const CreatorPtr& creator);
+  /// Makes a creator for data, which must stand on the list of a cache, and binds it. Null otherwise, for null data
+  /// and for any other `alternative`.
+  CreatorPtr createCreator(const MemBasePtr& data, const FragmentIDPtr& fragment, CreationFailAlternative alternative,
+                           const CacheWeakPtr& cache);
+  CreatorPtr createCreator(const MemBasePtr& data, const std::string& name, CreationFailAlternative alternative,
+                           const CacheWeakPtr& cache);
+  /// Binds data by a creator that keeps them. Null data give `CreativeArrayNullPtr()` and leave the field alone.
+  /// \param provenance where the data come from; may be empty
+  const CreatorPtr& setPersistentData(const MemBasePtr& data, const FragmentIDPtr& fragment, const CachePtr& cache,
+                                      const std::string& provenance);
+  /// Binds data by a creator that may forget them for good. Null for null data.
+  CreatorPtr setDiscardableData(const MemBasePtr& data, const CacheWeakPtr& cache, const FragmentIDPtr& fragment);
+  /// Raises the capacity of the table to at least `nFragments` entries. Takes no lock: only while the field is not
+  /// shared. Throws `std::length_error` with "vector::reserve" beyond the limit of the table, which survives.
+  void reserve_fragments(unsigned long long nFragments);
+  /// Asks all creators to release, and drops them. Age and collection stay.
+  void clear();
+
+  // Questions about the content. None of them produces data.
+
+  /// The number of entries, those without a creator included.
+  unsigned long long nFragments() const;
+  /// Whether the one entry of the field belongs to no named fragment.
+  bool isUnfragmented() const;
+  /// Rank and element type, as the first creator that knows tells, else the field itself; may be empty.
+  Ostrel::StrongPtr<MemArrayProperties, Ostrel::InterfaceBase> getProperties() const;
+  /// The rank of the data; -1 if nobody knows.
+  int Dims() const;
+  /// The record of the element type; may be empty.
+  TreskTypeWeakPtr getElementTreskType() const;
+  /// The element type; `void` if nobody knows, `std::nullptr_t` if properties are known whose record is gone.
+  const std::type_info& getElementType() const;
+  /// How the data are stored: the type that the first creator tells; `void` without one.
+  const std::type_info& getFieldStorageType() const;
+  /// The sum of the known sizes of all fragments, dimension by dimension; null if none is known. Remembered until the
+  /// number of entries changes: a replaced creator, or a size that becomes known later, does not show until then.
+  SizePtr getSize() const;
+  /// Whether no fragment that both fields have differs in a known size.
+  bool isCompatible(const Field& other);
+
+  /// The age of the field: the time of the last change of its table.
+  const Ostrel::Ageable& getAge() const noexcept { return *this; }
+
+  /// Null pointers to refer to.
+  static const CreatorPtr& CreativeArrayNullPtr();
+  static const FieldPtr& NullPtrField();
+
+ private:
+  static constexpr std::size_t Absent = static_cast<std::size_t>(-1);
+
+  /// Position of a key in the table, or `Absent`.
+  std::size_t findPosition(unsigned int number) const TRESK_REQUIRES_SHARED(mutex_);
+  /// The creator of a key, or null.
+  CreatorPtr findValue(unsigned int number) const TRESK_REQUIRES_SHARED(mutex_);
+  /// Position of a key that is inserted with `creator` unless it is there.
+  std::size_t insert(unsigned int number, const CreatorPtr& creator) TRESK_REQUIRES(mutex_);
+
+  /// Stores a creator under a number; the slot.
+  CreatorPtr& store(unsigned int number, const CreatorPtr& creator) TRESK_EXCLUDES(mutex_);
+  /// Marks the field as changed and enters it as an owner of the creator.
+  void touchAndOwn(const CreatorPtr& creator);
+  /// Calls `f(creator)` for each living creator in key order under the shared lock, until it returns true.
+  template <class F>
+  void visitCreators(const F& f) const TRESK_EXCLUDES(mutex_);
+  /// What every constructor does first.
+  void offerToSavers();
+  void reserveForShape();
+
+  FragmentIDCollectionPtr collection_;
+  mutable fragment_mutex_t mutex_;  ///< guards the structure of the table: keys, positions, sizes
+  fragments_t fragments_ TRESK_GUARDED_BY(mutex_);
+  std::map<Ostrel::WeakPtr<BinderBase, BinderBase>, std::list<CreatorWeakPtr>> binderTable_;  ///< for savers
+  std::list<CreatorWeakPtr> creatorList_;                                                     ///< for savers
+};
+
+}  // namespace Tresk

@@ -1,0 +1,43 @@
+// SPDX-License-Identifier: BSD-3-Clause
+// Copyright (c) 2026 the Tresk authors
+#include <tresk/field/FragmentMutex.hpp>
+
+namespace Tresk {
+
+bool FragmentMutex::try_lock() noexcept {
+  std::uint32_t free = 0;
+  return state_.compare_exchange_strong(free, Writer, std::memory_order_acquire, std::memory_order_relaxed);
+}
+
+void FragmentMutex::lock() TRESK_NO_THREAD_SAFETY_ANALYSIS {
+  for (;;) {
+    std::uint32_t state = 0;
+    if (state_.compare_exchange_weak(state, Writer, std::memory_order_acquire, std::memory_order_relaxed)) return;
+    if (state != 0) state_.wait(state, std::memory_order_relaxed);
+  }
+}
+
+void FragmentMutex::unlock() noexcept {
+  // An exchange and not a store: the look at the waiters that follows must not overtake it.
+  state_.exchange(0);
+  state_.notify_all();
+}
+
+bool FragmentMutex::try_lock_shared() noexcept {
+  std::uint32_t state = state_.load(std::memory_order_relaxed);
+  while ((state & Writer) == 0)
+    if (state_.compare_exchange_weak(state, state + 1, std::memory_order_acquire, std::memory_order_relaxed))
+      return true;
+  return false;
+}
+
+void FragmentMutex::lock_shared() TRESK_NO_THREAD_SAFETY_ANALYSIS {
+  while (!try_lock_shared()) state_.wait(Writer, std::memory_order_relaxed);
+}
+
+void FragmentMutex::unlock_shared() noexcept {
+  // Only the last reader can let a writer in. A writer may sleep on any number of readers; it wakes here and looks again.
+  if (state_.fetch_sub(1) == 1) state_.notify_all();
+}
+
+}  // namespace Tresk

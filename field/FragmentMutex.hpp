@@ -1,0 +1,66 @@
+// SPDX-License-Identifier: BSD-3-Clause
+// Copyright (c) 2026 the Tresk authors
+#pragma once
+
+#include <tresk/foundation/Export.hpp>
+#include <tresk/foundation/Mutex.hpp>
+
+#include <atomic>
+#include <cstdint>
+
+namespace Tresk {
+
+/// A reader-writer lock that lets a reader in whenever no writer is inside.
+///
+/// A thread that holds it shared may therefore take it shared again, also while a writer waits: callbacks under the
+/// shared lock of a field may read that field. The price is that a writer waits for as long as readers overlap.
+/// There is no upgrade: a thread that holds it shared and asks for it exclusively waits for good.
+/// Works with `std::shared_lock` and `std::unique_lock`.
+class TRESK_EXPORT TRESK_CAPABILITY("shared_mutex") FragmentMutex {
+ public:
+  FragmentMutex() = default;
+  FragmentMutex(const FragmentMutex&) = delete;
+  FragmentMutex& operator=(const FragmentMutex&) = delete;
+
+  void lock() TRESK_ACQUIRE();
+  bool try_lock() noexcept TRESK_TRY_ACQUIRE(true);
+  void unlock() noexcept TRESK_RELEASE();
+
+  void lock_shared() TRESK_ACQUIRE_SHARED();
+  bool try_lock_shared() noexcept TRESK_TRY_ACQUIRE_SHARED(true);
+  void unlock_shared() noexcept TRESK_RELEASE_SHARED();
+
+ private:
+  /// Number of readers inside, or `Writer` while a writer is inside. Readers go from n to n + 1 and back, a writer from
+  /// 0 to `Writer` and back.
+  std::atomic<std::uint32_t> state_{0};
+  static constexpr std::uint32_t Writer = 0x80000000U;
+};
+
+/// Holds a `FragmentMutex` shared for a scope.
+class TRESK_SCOPED_CAPABILITY SharedFragmentLock {
+ public:
+  explicit SharedFragmentLock(FragmentMutex& mutex) TRESK_ACQUIRE_SHARED(mutex) : mutex_(mutex) {
+    mutex_.lock_shared();
+  }
+  ~SharedFragmentLock() TRESK_RELEASE_GENERIC() { mutex_.unlock_shared(); }
+  SharedFragmentLock(const SharedFragmentLock&) = delete;
+  SharedFragmentLock& operator=(const SharedFragmentLock&) = delete;
+
+ private:
+  FragmentMutex& mutex_;
+};
+
+/// Holds a `FragmentMutex` exclusively for a scope.
+class TRESK_SCOPED_CAPABILITY ExclusiveFragmentLock {
+ public:
+  explicit ExclusiveFragmentLock(FragmentMutex& mutex) TRESK_ACQUIRE(mutex) : mutex_(mutex) { mutex_.lock(); }
+  ~ExclusiveFragmentLock() TRESK_RELEASE() { mutex_.unlock(); }
+  ExclusiveFragmentLock(const ExclusiveFragmentLock&) = delete;
+  ExclusiveFragmentLock& operator=(const ExclusiveFragmentLock&) = delete;
+
+ private:
+  FragmentMutex& mutex_;
+};
+
+}  // namespace Tresk
