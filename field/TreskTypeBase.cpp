@@ -7,6 +7,7 @@
 
 #include <array>
 #include <cstdio>
+#include <initializer_list>
 #include <map>
 #include <vector>
 
@@ -22,11 +23,18 @@ TypeRegistry& theRegistry() {
   return registry;
 }
 
+/// Joins texts and numbers.
+std::string join(std::initializer_list<std::string> pieces) {
+  std::string text;
+  for (const std::string& piece : pieces) text += piece;
+  return text;
+}
+
 std::string describe(const TreskTypeIndex& index, const std::string& typeName) {
   const std::string multiplicity = std::to_string(index.multiplicity);
-  return "{" + typeName + "} is " + index.chartName + index.componentTypeName + "[" + multiplicity + "] (rank " +
-         std::to_string(index.rank) + ", grade " + std::to_string(index.grade) + ") Size=" +
-         std::to_string(index.memSize) + " [" + multiplicity + " x " + std::to_string(index.elementSize) + "]";
+  return join({"{", typeName, "} is ", index.chartName, index.componentTypeName, "[", multiplicity, "] (rank ",
+               std::to_string(index.rank), ", grade ", std::to_string(index.grade), ") Size=",
+               std::to_string(index.memSize), " [", multiplicity, " x ", std::to_string(index.elementSize), "]"});
 }
 
 /// Prints a line with a text, cut to what a buffer of 512 bytes holds.
@@ -138,14 +146,15 @@ std::string std::to_string(const Tresk::TreskTypeBase& type) {
   std::string indexPattern;
   for (int i = 0; i < type.rank; ++i) {
     const int kind = type.indexKind(static_cast<unsigned int>(i));
-    indexPattern += kind == 1 ? "^" : kind == -1 ? "_" : "{" + std::to_string(kind) + "}";
+    indexPattern += kind == 1 ? "^" : kind == -1 ? "_" : Tresk::join({"{", std::to_string(kind), "}"});
   }
   const std::string chartList =
-      "{" + Tresk::joinNames(static_cast<unsigned int>(type.chartDimension), [&](unsigned int i) {
-        return type.chartComponentName(static_cast<int>(i));
-      }) + "}";
-  const std::string componentList =
-      "<" + Tresk::joinNames(type.multiplicity, [&](unsigned int i) { return type.component_name(i); }) + ">";
+      Tresk::join({"{",
+                   Tresk::joinNames(static_cast<unsigned int>(type.chartDimension),
+                                    [&](unsigned int i) { return type.chartComponentName(static_cast<int>(i)); }),
+                   "}"});
+  const std::string componentList = Tresk::join(
+      {"<", Tresk::joinNames(type.multiplicity, [&](unsigned int i) { return type.component_name(i); }), ">"});
   // The type of the component's record, not of the component: this is deliberate.
   const Tresk::TreskTypePtr component = type.getComponentType();
   const std::type_info* componentType = &typeid(void);
@@ -154,9 +163,9 @@ std::string std::to_string(const Tresk::TreskTypeBase& type) {
     componentType = &typeid(record);
   }
   const std::string multiplicity = std::to_string(type.multiplicity);
-  return Ostrel::Typename(type.getType()) + ": " + Ostrel::Typename(*componentType) + "[" + multiplicity + "]" +
-         " rank " + std::to_string(type.rank) + " (that many indices: {" + indexPattern +
-         "} , 0=scalar, 1=vector, 2=matrix)," + " grade " + std::to_string(type.grade) + ", multiplicity " +
-         multiplicity + ", chart dimension " + std::to_string(type.chartDimension) + ", domain: [" + type.chartName +
-         "] " + chartList + " tensor type: " + componentList;
+  return Tresk::join({Ostrel::Typename(type.getType()), ": ", Ostrel::Typename(*componentType), "[", multiplicity, "]",
+                      " rank ", std::to_string(type.rank), " (that many indices: {", indexPattern,
+                      "} , 0=scalar, 1=vector, 2=matrix),", " grade ", std::to_string(type.grade), ", multiplicity ",
+                      multiplicity, ", chart dimension ", std::to_string(type.chartDimension), ", domain: [",
+                      type.chartName, "] ", chartList, " tensor type: ", componentList});
 }

@@ -130,10 +130,11 @@ class TRESK_OPEN_TEMPLATE Creator : public Base {
   /// `std::nullptr_t` while the creator has never held data or let them go; `void` when it refers to data that have
   /// died; else the type of the data.
   const std::type_info& getType() override {
-    const DataPtr held = data;
+    // In base form: the type of data that are no `Domain` is told all the same.
+    const StrongPtr<Cacheable, Cacheable> held = data;
     if (held.getRecord() == nullptr) return typeid(std::nullptr_t);
     if (!held) return typeid(void);
-    const Domain& object = *held;
+    const Cacheable& object = *held;
     return typeid(object);
   }
 

@@ -46,7 +46,11 @@ struct Intercube::Content {
 
 Intercube::Intercube() noexcept = default;
 
-Intercube::~Intercube() { delete content_.load(std::memory_order_acquire); }
+Intercube::~Intercube() {
+  // The content is out of reach before its interfaces die: the destructor of one may ask this object, and finds
+  // nothing, or add another, which dies in the next round.
+  while (Content* const content = content_.exchange(nullptr, std::memory_order_acq_rel)) delete content;
+}
 
 Intercube::Content& Intercube::getContent() const {
   Content* content = content_.load(std::memory_order_acquire);

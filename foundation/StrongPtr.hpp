@@ -40,13 +40,15 @@ class TRESK_OPEN_TEMPLATE StrongPtr : public WeakPtr<T, B> {
     if (object == nullptr) return;
     ReferenceRecord* const record = static_cast<const ReferenceBase<B>*>(static_cast<B*>(object))->getRecord();
     record->raiseWeak();
-    claim(record);
+    claim(record, true);
   }
 
   /// From a weak pointer. Invalid if the object is gone.
   template <class U>
   explicit StrongPtr(const DynPtr<U, B>& weak) {
-    if (ReferenceRecord* const record = Detail::recordOf(weak.acquireWeak())) claim(record);
+    const Detail::PointerWord word = weak.acquireWeak();
+    if (ReferenceRecord* const record = Detail::recordOf(word))
+      claim(record, std::is_base_of_v<T, U> && (word & Detail::NoCast) == 0);
   }
 
   StrongPtr(const StrongPtr& other) noexcept : WeakPtr<T, B>() {
@@ -212,7 +214,8 @@ class TRESK_OPEN_TEMPLATE StrongPtr : public WeakPtr<T, B> {
   }
 
   /// Makes this pointer a strong one on a record of which it owns a weak count already.
-  void claim(ReferenceRecord* record) {
+  /// \param isTyped the object is known to be a `T`, so that no cast has to find out
+  void claim(ReferenceRecord* record, bool isTyped) {
     bool isHeld;
     bool isFirst = false;
     std::uint8_t unclaimed = 0;
@@ -225,7 +228,7 @@ class TRESK_OPEN_TEMPLATE StrongPtr : public WeakPtr<T, B> {
     }
     // The cast stands behind the raise: from here on the object cannot die.
     void* const object = isHeld ? record->object.load(std::memory_order_acquire) : nullptr;
-    T* const typed = Detail::castObject<T, B>(object);
+    T* const typed = isTyped ? Detail::recastObject<T, B>(object) : Detail::castObject<T, B>(object);
     this->publish(Detail::wordOf(record, std::is_same_v<T, B> || typed != nullptr), typed);
     if (isFirst && object != nullptr) {
       try {

@@ -1,0 +1,149 @@
+// SPDX-License-Identifier: BSD-3-Clause
+// Copyright (c) 2026 the Tresk authors
+#include "Harness.hpp"
+
+#include <tresk/field/MemArray.hpp>
+
+#include <vector>
+
+namespace TreskBench {
+namespace {
+
+using namespace Tresk;
+template <int N, class T>
+using ArrayPtr = Ostrel::StrongPtr<MemArray<N, T>, Ostrel::Cacheable>;
+
+constexpr unsigned long long Edge = 64;
+constexpr unsigned long long Elements = Edge * Edge * Edge;
+
+const ArrayPtr<3, double>& scalars() {
+  static const ArrayPtr<3, double> array = [] {
+    ArrayPtr<3, double> made(new MemArray<3, double>({Edge, Edge, Edge}, CreatorWeakPtr()));
+    for (unsigned long long e = 0; e < Elements; ++e) made->setElement(e, static_cast<double>(e % 1000));
+    return made;
+  }();
+  return array;
+}
+
+const ArrayPtr<1, Quorvel::FixedArray<double, 3>>& vectors() {
+  static const ArrayPtr<1, Quorvel::FixedArray<double, 3>> array = [] {
+    ArrayPtr<1, Quorvel::FixedArray<double, 3>> made(
+        new MemArray<1, Quorvel::FixedArray<double, 3>>(MultiIndex<1>(Elements), CreatorWeakPtr()));
+    for (unsigned long long e = 0; e < Elements; ++e) {
+      const double x = static_cast<double>(e % 1000);
+      made->setElement(e, Quorvel::FixedArray<double, 3>(x, x + 1, x + 2));
+    }
+    return made;
+  }();
+  return array;
+}
+
+const Rows rows([] {
+  addRow(
+      "walk/sequential", 1.05,
+      [](benchmark::State& state) {
+        const CreativeIterator<double>& walk = scalars()->getIterator();
+        for (auto _ : state) {
+          double sum = 0;
+          const unsigned long long n = walk.nElements();
+          for (unsigned long long e = 0; e < n; ++e) sum += walk.getElement(e);
+          benchmark::DoNotOptimize(sum);
+        }
+      },
+      [](benchmark::State& state) {
+        const double* const data = static_cast<const double*>(scalars()->getDataPointer());
+        for (auto _ : state) {
+          double sum = 0;
+          for (unsigned long long e = 0; e < Elements; ++e) sum += data[e];
+          benchmark::DoNotOptimize(sum);
+        }
+      });
+
+  addRow(
+      "walk/forEachElement", 1.05,
+      [](benchmark::State& state) {
+        const CreativeIterator<double>& walk = scalars()->getIterator();
+        for (auto _ : state) {
+          unsigned long long nAbove = 0;
+          walk.forEachElement([&nAbove](double x) { nAbove += x > 500.0 ? 1U : 0U; });
+          benchmark::DoNotOptimize(nAbove);
+        }
+      },
+      [](benchmark::State& state) {
+        const double* const data = static_cast<const double*>(scalars()->getDataPointer());
+        for (auto _ : state) {
+          unsigned long long nAbove = 0;
+          for (unsigned long long e = 0; e < Elements; ++e) nAbove += data[e] > 500.0 ? 1U : 0U;
+          benchmark::DoNotOptimize(nAbove);
+        }
+      });
+
+  addRow(
+      "walk/component", 1.05,
+      [](benchmark::State& state) {
+        const ArrayPtr<1, double> view(vectors()->getComponent(1, CreatorWeakPtr()));
+        const CreativeIterator<double>& walk = view->getIterator();
+        for (auto _ : state) {
+          double sum = 0;
+          const unsigned long long n = walk.nElements();
+          for (unsigned long long e = 0; e < n; ++e) sum += walk.getElement(e);
+          benchmark::DoNotOptimize(sum);
+        }
+      },
+      [](benchmark::State& state) {
+        const double* const data = static_cast<const double*>(vectors()->getDataPointer());
+        for (auto _ : state) {
+          double sum = 0;
+          for (unsigned long long e = 0; e < Elements; ++e) sum += data[e * 3 + 1];
+          benchmark::DoNotOptimize(sum);
+        }
+      });
+
+  addRow(
+      "access/i,j,k read", 1.05,
+      [](benchmark::State& state) {
+        const MemArray<3, double>& a = *scalars();
+        for (auto _ : state) {
+          double sum = 0;
+          for (unsigned long long k = 0; k < Edge; ++k)
+            for (unsigned long long j = 0; j < Edge; ++j)
+              for (unsigned long long i = 0; i < Edge; ++i) sum += a(i, j, k);
+          benchmark::DoNotOptimize(sum);
+        }
+      },
+      [](benchmark::State& state) {
+        const double* const data = static_cast<const double*>(scalars()->getDataPointer());
+        for (auto _ : state) {
+          double sum = 0;
+          for (unsigned long long k = 0; k < Edge; ++k)
+            for (unsigned long long j = 0; j < Edge; ++j)
+              for (unsigned long long i = 0; i < Edge; ++i) sum += data[(k * Edge + j) * Edge + i];
+          benchmark::DoNotOptimize(sum);
+        }
+      });
+
+  addRow(
+      "access/i,j,k write", 1.05,
+      [](benchmark::State& state) {
+        MemArray<3, double>& a = *scalars();
+        for (auto _ : state) {
+          for (unsigned long long k = 0; k < Edge; ++k)
+            for (unsigned long long j = 0; j < Edge; ++j)
+              for (unsigned long long i = 0; i < Edge; ++i) a(i, j, k) = static_cast<double>(i ^ j);
+          benchmark::ClobberMemory();
+        }
+      },
+      [](benchmark::State& state) {
+        double* const data = static_cast<double*>(scalars()->getDataPointer());
+        for (auto _ : state) {
+          for (unsigned long long k = 0; k < Edge; ++k)
+            for (unsigned long long j = 0; j < Edge; ++j)
+              for (unsigned long long i = 0; i < Edge; ++i)
+                data[(k * Edge + j) * Edge + i] = static_cast<double>(i ^ j);
+          benchmark::ClobberMemory();
+        }
+      });
+});
+
+}  // namespace
+}  // namespace TreskBench
