@@ -24,7 +24,7 @@ template <int Dims, int Vertices, class Index>
 class TRESK_OPEN_TEMPLATE Cell : public Quorvel::FixedArray<Index, Vertices> {
  public:
   using Quorvel::FixedArray<Index, Vertices>::FixedArray;
-  Cell() noexcept {}  // NOLINT(modernize-use-equals-default)
+  constexpr Cell() noexcept {}  // NOLINT(modernize-use-equals-default)
 };
 
 /// The cell with the fewest vertices of its dimension: line, triangle, tetrahedron.
@@ -32,7 +32,7 @@ template <int Dims, class Index, class Convention>
 class TRESK_OPEN_TEMPLATE SimplexCell : public Cell<Dims, Dims + 1, Index> {
  public:
   using Cell<Dims, Dims + 1, Index>::Cell;
-  SimplexCell() noexcept {}  // NOLINT(modernize-use-equals-default)
+  constexpr SimplexCell() noexcept {}  // NOLINT(modernize-use-equals-default)
 };
 
 /// The tensor-product cell of its dimension: quadrilateral, hexahedron.
@@ -40,7 +40,7 @@ template <int Dims, class Index, class Convention>
 class TRESK_OPEN_TEMPLATE RegularCell : public Cell<Dims, (1 << Dims), Index> {
  public:
   using Cell<Dims, (1 << Dims), Index>::Cell;
-  RegularCell() noexcept {}  // NOLINT(modernize-use-equals-default)
+  constexpr RegularCell() noexcept {}  // NOLINT(modernize-use-equals-default)
 };
 
 }  // namespace Tresk

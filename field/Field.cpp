@@ -15,8 +15,10 @@ namespace {
 
 /// The collection of a field that may be gone.
 FragmentIDCollectionPtr collectionOf(const FieldWeakPtr& sibling) {
-  const FieldPtr field(sibling);
-  return field ? field->getFragmentIDCollection() : FragmentIDCollectionPtr();
+  // A pin: the sibling may be a field that nobody holds yet.
+  const Ostrel::Pin<CreatorContainer> holder(sibling);
+  if (!holder || !sibling) return FragmentIDCollectionPtr();
+  return static_cast<const Field&>(*holder).getFragmentIDCollection();
 }
 
 using DiscardableCreator = Ostrel::AlzheimerCreator<MemBase, CreativeArrayBase>;

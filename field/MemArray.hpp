@@ -103,17 +103,19 @@ class TRESK_OPEN_TEMPLATE MemArrayAllocator : public MemBase::Allocator {
   MemBasePtr create(const DynamicSize& size) const override;
 };
 
-#define TRESK_DECLARE_ARRAYS(...)                            \
-  extern template class TypedArray<__VA_ARGS__>;             \
-  extern template class ReferencingMemArray<1, __VA_ARGS__>; \
-  extern template class ReferencingMemArray<2, __VA_ARGS__>; \
-  extern template class ReferencingMemArray<3, __VA_ARGS__>; \
-  extern template class ReferencingMemArray<4, __VA_ARGS__>; \
-  extern template class MemArray<1, __VA_ARGS__>;            \
-  extern template class MemArray<2, __VA_ARGS__>;            \
-  extern template class MemArray<3, __VA_ARGS__>;            \
-  extern template class MemArray<4, __VA_ARGS__>;            \
-  extern template class MemArrayAllocator<__VA_ARGS__>;
+// The attribute stands here too: without it, a type argument that was first declared without one would hide the arrays
+// of that type from users of the library.
+#define TRESK_DECLARE_ARRAYS(...)                                         \
+  extern template class TRESK_EXPORT TypedArray<__VA_ARGS__>;             \
+  extern template class TRESK_EXPORT ReferencingMemArray<1, __VA_ARGS__>; \
+  extern template class TRESK_EXPORT ReferencingMemArray<2, __VA_ARGS__>; \
+  extern template class TRESK_EXPORT ReferencingMemArray<3, __VA_ARGS__>; \
+  extern template class TRESK_EXPORT ReferencingMemArray<4, __VA_ARGS__>; \
+  extern template class TRESK_EXPORT MemArray<1, __VA_ARGS__>;            \
+  extern template class TRESK_EXPORT MemArray<2, __VA_ARGS__>;            \
+  extern template class TRESK_EXPORT MemArray<3, __VA_ARGS__>;            \
+  extern template class TRESK_EXPORT MemArray<4, __VA_ARGS__>;            \
+  extern template class TRESK_EXPORT MemArrayAllocator<__VA_ARGS__>;
 TRESK_FOR_EACH_ELEMENT_TYPE(TRESK_DECLARE_ARRAYS)
 #undef TRESK_DECLARE_ARRAYS
 

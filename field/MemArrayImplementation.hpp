@@ -38,6 +38,16 @@ TreskTypeIndex indexOfType() {
   return *getTreskType<T>();
 }
 
+/// What an array without memory answers for an element: zeros, or an empty pointer.
+template <class T>
+T emptyElement() {
+  T value{};
+  // The geometric types and cells do not write their components by themselves.
+  if constexpr (requires { typename T::ValueType; value.begin(); })
+    for (auto& component : value) component = typename T::ValueType();
+  return value;
+}
+
 /// Gives the element type its allocator; the result of the registration.
 template <class T>
 TRESK_OPEN_TEMPLATE int registerElementType() {
@@ -145,13 +155,13 @@ const double* ReferencingMemArray<N, T>::getDelta() const {
 
 template <int N, class T>
 T ReferencingMemArray<N, T>::first() const {
-  if (this->data == nullptr && this->source == nullptr) return T();
+  if (this->data == nullptr && this->source == nullptr) return Detail::emptyElement<T>();
   return this->read(MultiIndex<N>());
 }
 
 template <int N, class T>
 T ReferencingMemArray<N, T>::last() const {
-  if (this->data == nullptr && this->source == nullptr) return T();
+  if (this->data == nullptr && this->source == nullptr) return Detail::emptyElement<T>();
   MultiIndex<N> index;
   for (int d = 0; d < N; ++d) index[d] = this->extents[d] == 0 ? 0 : this->extents[d] - 1;
   return this->read(index);
@@ -232,10 +242,10 @@ MemBasePtr MemArray<N, T>::getSlice(unsigned long long index, const CreatorWeakP
     MultiIndex<N - 1> lower;
     for (int d = 0; d < N - 1; ++d) lower[d] = this->extents[d];
     WalkParameters<Unit> walk = this->getWalk();
-    if (this->data == nullptr && this->source != nullptr)
-      walk = this->source->slice(N - 1, index);
-    else
+    if (this->data != nullptr)
       walk.offset += index * lower.nElements();
+    else if (this->source != nullptr)
+      walk = this->source->slice(N - 1, index);
     return MemBasePtr(new MemArray<N - 1, T>(walk, lower, this->chunk, creator));
   }
 }

@@ -41,6 +41,7 @@ int MemBase::registerCreator(const AllocatorPtr& allocator, const TreskTypePtr& 
 
 MemBasePtr MemBase::create(const TreskTypePtr& type, const DynamicSize& size, const std::type_info&) {
   const AllocatorRegistry& registry = theRegistry();
+  if (!type) return MemBasePtr();
   const auto entry = registry.find(static_cast<const TreskTypeIndex&>(*type));
   if (entry == registry.end()) return MemBasePtr();
   const AllocatorPtr allocator = entry->second;

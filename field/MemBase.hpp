@@ -88,8 +88,8 @@ class TRESK_EXPORT MemBase : public Ostrel::Cacheable, public Ostrel::Intercube 
   /// Enters the allocator of an element type; 1, or 0 for an invalid type. The last registration of a type wins. The
   /// registry has no lock: registrations belong to the load time of a library.
   static int registerCreator(const AllocatorPtr& allocator, const TreskTypePtr& type);
-  /// A new array of the given type and size; null without an allocator or for a rank outside 1 to 4. `type` must not
-  /// be null. `requester` is passed on and not used.
+  /// A new array of the given type and size; null without an allocator, for a rank outside 1 to 4 and for an
+  /// invalid type. `requester` is passed on and not used.
   static MemBasePtr create(const TreskTypePtr& type, const DynamicSize& size, const std::type_info& requester);
   /// A new array of this array's element type.
   MemBasePtr create(const DynamicSize& size, const std::type_info& requester) const;

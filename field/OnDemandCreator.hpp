@@ -32,6 +32,8 @@ class TRESK_OPEN_TEMPLATE OnDemandCreator : public CreativeArrayBase {
     if (MemBasePtr held = data_) return held;
     const CreatorWeakPtr self(this);
     Ostrel::StrongPtr<MemArray<N, T>, Ostrel::Cacheable> made(computer_(self));
+    // An array of another kind is let go here: as a plain array its pointer would become valid again.
+    if (!made) made.reset();
     data_ = made;
     if (made) {
       made->setCreator(getSelf());

@@ -9,6 +9,9 @@
 
 namespace Tresk {
 
+// A template instance is no more visible than its arguments, and an argument is as visible as its first declaration.
+#pragma GCC visibility push(default)
+
 class DynamicSize;
 class SizeInterface;
 class FragmentedSizeInterface;
@@ -45,6 +48,8 @@ class FragmentIDCollection;
 class FragmentIDCollectionProvider;
 class FragmentIDContainer;
 class Field;
+
+#pragma GCC visibility pop
 
 /// An array of any rank and element type.
 using MemBasePtr = Ostrel::StrongPtr<MemBase, Ostrel::Cacheable>;

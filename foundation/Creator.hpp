@@ -140,9 +140,12 @@ class TRESK_OPEN_TEMPLATE Creator : public Base {
 
   /// Asks the attached `Producer`, if there is one, and holds its answer, valid or not.
   DataPtr produce() override {
-    if (const auto producer = Ostrel::findInterface<typename CreatorBase<Domain>::Producer>(*this))
-      data = producer->produce(WeakPtr<CreatorBase<Domain>, Creature>(this));
-    return data;
+    const auto producer = Ostrel::findInterface<typename CreatorBase<Domain>::Producer>(*this);
+    if (!producer) return data;
+    // Held here until it is returned: a release on another thread must not turn a production into an empty answer.
+    DataPtr made = producer->produce(WeakPtr<CreatorBase<Domain>, Creature>(this));
+    data = made;
+    return made;
   }
   DataPtr getData() override { return data; }
   DataPtr takeData() override { return data.take(); }

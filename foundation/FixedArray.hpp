@@ -17,7 +17,7 @@ class TRESK_OPEN_TEMPLATE FixedArray {
   static constexpr int Size = N;
 
   // Not `= default`: that would make value-initialisation write zeros.
-  FixedArray() noexcept {}  // NOLINT(modernize-use-equals-default)
+  constexpr FixedArray() noexcept {}  // NOLINT(modernize-use-equals-default)
   /// From `N` values.
   template <class... Values>
     requires(sizeof...(Values) == N)
@@ -51,11 +51,11 @@ template <class T, int N>
 class TRESK_OPEN_TEMPLATE Vector : public FixedArray<T, N> {
  public:
   using FixedArray<T, N>::FixedArray;
-  Vector() noexcept {}  // NOLINT(modernize-use-equals-default)
+  constexpr Vector() noexcept {}  // NOLINT(modernize-use-equals-default)
 };
 
 /// Names an operation at compile time by the code of a character.
 template <int I, int J>
-struct Operator {};
+struct TRESK_OPEN_TEMPLATE Operator {};
 
 }  // namespace Quorvel

@@ -9,7 +9,7 @@
 namespace Quorvel {
 
 /// The chart of Cartesian coordinates x, y, z.
-struct Cartesian3D {};
+struct TRESK_EXPORT Cartesian3D {};
 
 /// The coordinates of a chart.
 template <class Chart, class Real>
@@ -19,7 +19,7 @@ template <>
 struct TRESK_EXPORT Coordinates<Cartesian3D, double> {
   /// Three doubles x, y, z.
   struct TRESK_EXPORT point : FixedArray<double, 3>, Cartesian3D {
-    point() noexcept {}  // NOLINT(modernize-use-equals-default)
+    constexpr point() noexcept {}  // NOLINT(modernize-use-equals-default)
     constexpr point(double x, double y, double z) noexcept : FixedArray<double, 3>(x, y, z) {}
     constexpr explicit point(const FixedArray<double, 3>& components) noexcept : FixedArray<double, 3>(components) {}
   };
@@ -29,7 +29,7 @@ struct TRESK_EXPORT Coordinates<Cartesian3D, double> {
 struct TRESK_EXPORT PhysicalSpace {
   /// A place: three doubles x, y, z.
   struct TRESK_EXPORT point : Coordinates<Cartesian3D, double>::point {
-    point() noexcept {}  // NOLINT(modernize-use-equals-default)
+    constexpr point() noexcept {}  // NOLINT(modernize-use-equals-default)
     constexpr point(double x, double y, double z) noexcept : Coordinates<Cartesian3D, double>::point(x, y, z) {}
     constexpr explicit point(const FixedArray<double, 3>& components) noexcept
         : Coordinates<Cartesian3D, double>::point(components) {}
@@ -37,14 +37,14 @@ struct TRESK_EXPORT PhysicalSpace {
 
   /// The difference of two points.
   struct TRESK_EXPORT vector : FixedArray<double, 3> {
-    vector() noexcept {}  // NOLINT(modernize-use-equals-default)
+    constexpr vector() noexcept {}  // NOLINT(modernize-use-equals-default)
     constexpr vector(double x, double y, double z) noexcept : FixedArray<double, 3>(x, y, z) {}
     constexpr explicit vector(const FixedArray<double, 3>& components) noexcept : FixedArray<double, 3>(components) {}
   };
 
   /// An axis-aligned box: the lower corner, then the upper corner.
   struct TRESK_EXPORT AABB : std::array<point, 2> {
-    AABB() noexcept {}  // NOLINT(modernize-use-equals-default)
+    constexpr AABB() noexcept {}  // NOLINT(modernize-use-equals-default)
     AABB(const point& lower, const point& upper) noexcept : std::array<point, 2>{lower, upper} {}
   };
 };

@@ -43,18 +43,15 @@ class RecordPool {
   static RecordPool& instance() noexcept;
 
 #if defined(TRESK_PLAIN_RECORDS)
-  ReferenceRecord* take() {
-    auto* record = new ReferenceRecord;
-    local.addToBalance(1);
-    return record;
-  }
-  void give(ReferenceRecord* record) noexcept {
-    local.addToBalance(-1);
-    delete record;
-  }
-  void registerThread() TRESK_EXCLUDES(mutex_) {
+  ReferenceRecord* take() TRESK_EXCLUDES(mutex_) {
     const MutexLock lock(mutex_);
-    if (local.state == LocalRecords::Unregistered) addThread();
+    ++sharedBalance_;
+    return new ReferenceRecord;
+  }
+  void give(ReferenceRecord* record) noexcept TRESK_EXCLUDES(mutex_) {
+    const MutexLock lock(mutex_);
+    --sharedBalance_;
+    delete record;
   }
 #else
   ReferenceRecord* take() {
@@ -205,12 +202,6 @@ void RecordPool::refill() {
 #endif
 
 ReferenceRecord* ReferenceRecord::allocate(void* object) {
-#if defined(TRESK_PLAIN_RECORDS)
-  if (local.state == LocalRecords::Unregistered) {
-    finisher.isArmed = true;
-    RecordPool::instance().registerThread();
-  }
-#endif
   ReferenceRecord* const record = RecordPool::instance().take();
   record->deferred.store(0, std::memory_order_relaxed);
   record->object.store(object, std::memory_order_relaxed);

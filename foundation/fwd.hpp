@@ -9,6 +9,9 @@
 
 namespace Ostrel {
 
+// A template instance is no more visible than its arguments, and an argument is as visible as its first declaration.
+#pragma GCC visibility push(default)
+
 class ReferenceRecord;
 template <class T>
 class ReferenceBase;
@@ -45,6 +48,8 @@ class Cache;
 class Creature;
 template <class Domain>
 class CreatorBase;
+
+#pragma GCC visibility pop
 
 /// What happens to an object of the counted class `B` besides counting. The general case is: nothing.
 template <class B>
