@@ -1,0 +1,350 @@
+// SPDX-License-Identifier: BSD-3-Clause
+// Copyright (c) 2026 the Tresk authors
+
+// A monthly ocean atlas as one field: 228 fragments, one for each month at each depth, read when they are asked for.
+// The exit code is 0 if everything that the program shows holds, 1 if not, 2 for a wrong command line or an unreadable
+// file.
+
+#include "AnalyticOcean.hpp"
+#include "OceanField.hpp"
+#include "Report.hpp"
+#include "Statistics.hpp"
+#ifdef TRESK_OCEAN_WITH_NETCDF
+#include "OceanFile.hpp"
+#endif
+
+#include <tresk/field/SizeInterface.hpp>
+#include <tresk/field/TreskTypeBase.hpp>
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <cmath>
+#include <iostream>
+#include <limits>
+#include <map>
+#include <optional>
+#include <sstream>
+#include <stdexcept>
+
+namespace {
+
+using namespace Example;
+using Tresk::CreatorPtr;
+using Tresk::FragmentIDPtr;
+
+constexpr double FreezingPoint = -1.9;  // degC, of sea water at the surface
+constexpr unsigned long long Everything = std::numeric_limits<unsigned long long>::max();
+
+/// Opens the file that the command line names, or else the atlas, or else the analytic ocean.
+std::shared_ptr<const OceanSource> openOcean(const std::optional<std::string>& path, bool isAnalytic) {
+  if (isAnalytic) return std::make_shared<AnalyticOcean>();
+#ifdef TRESK_OCEAN_WITH_NETCDF
+  if (path) return std::make_shared<OceanFile>(*path);
+  if (const std::optional<std::string> atlas = findOceanAtlas()) return std::make_shared<OceanFile>(*atlas);
+  std::cout << "ocean_atlas_subset.nc is not installed: running on the embedded analytic ocean.\n\n";
+#else
+  if (path) throw std::runtime_error(*path + ": this program was built without netCDF and reads no files");
+  std::cout << "Built without netCDF: running on the embedded analytic ocean.\n\n";
+#endif
+  return std::make_shared<AnalyticOcean>();
+}
+
+/// What a field tells at one moment without producing anything.
+struct Moment {
+  std::string name;
+  unsigned long long nSlabsRead;
+  std::size_t nHeld;
+  unsigned long long memoryHeld;
+  unsigned long long fullMemory;
+  std::string size;
+  int rank;
+  std::string type;
+};
+
+/// Runs the example and keeps what it finds.
+class Demonstration {
+ public:
+  explicit Demonstration(std::shared_ptr<const OceanSource> source) : source_(std::move(source)) {}
+
+  bool run() {
+    describeSource();
+    bind();
+    readSome();
+    readEverything();
+    forget();
+    readMonthByMonth();
+    showMoments();
+    return showChecks();
+  }
+
+ private:
+  const Tresk::Field& field() const { return ocean_->getField(); }
+  const OceanDescription& source() const { return source_->getDescription(); }
+  std::string unit() const { return source().unit.empty() ? "degC" : source().unit; }
+
+  void check(bool holds, const std::string& what) { checks_.emplace_back(holds, what); }
+
+  const Moment& observe(const std::string& name) {
+    const Tresk::SizePtr size = field().getSize();
+    const Tresk::TreskTypePtr type(field().getElementTreskType());
+    moments_.push_back({name, ocean_->nSlabsRead(), countHeld(field()), getMemoryHeld(field()), getFullMemory(field()),
+                        size ? size->str() : "unknown", field().Dims(), type ? type->typeName : "unknown"});
+    return moments_.back();
+  }
+
+  Progress makeProgress(const std::string& work) const {
+    std::cout << std::flush;  // the report so far stands before the first line about progress
+    return Progress(work, field().getFragmentIDs().size(), std::cerr, isatty(STDERR_FILENO) == 1);
+  }
+
+  void describeSource() const {
+    const OceanDescription& ocean = source();
+    const auto show = [](const char* label, const char* name, const Axis& axis) {
+      const std::vector<double>& x = axis.values;
+      std::cout << label << x.size() << " " << name << ", " << x.front();
+      if (x.size() > 1) std::cout << " to " << x.back();
+      std::cout << " " << axis.unit;
+      if (x.size() > 2) {
+        const double step = x[1] - x[0];
+        const bool isEven = std::adjacent_find(x.begin(), x.end(), [step](double a, double b) {
+                              return std::abs(b - a - step) > 1e-6 * std::abs(step);
+                            }) == x.end();
+        if (isEven)
+          std::cout << " in steps of " << step;
+        else
+          std::cout << ", unevenly spaced";
+      }
+      std::cout << "\n";
+    };
+    std::cout << "An ocean as a field of fragments, each read when it is asked for\n\n";
+    std::cout << "  Source        " << ocean.origin << "\n";
+    std::cout << "  Quantity      " << ocean.quantity << " in " << unit()
+              << (ocean.unit.empty() ? " (assumed: the file names no unit)" : "") << "\n";
+    show("  Grid          ", "longitudes", ocean.longitude);
+    show("                ", "latitudes", ocean.latitude);
+    show("                ", "depths", ocean.depth);
+    std::cout << "                " << ocean.months.size() << " months, " << ocean.months.front() << " to "
+              << ocean.months.back() << "\n";
+    std::cout << "  No water      " << ocean.missingMark
+              << (ocean.missingMark == "NaN" ? "\n" : " in the source, NaN in memory\n");
+  }
+
+  void bind() {
+    const unsigned long long resident = residentMemory();
+    const double begin = Progress::seconds();
+    ocean_.emplace(source_);
+    const double time = Progress::seconds() - begin;
+    const unsigned long long residentNow = residentMemory();
+    const Moment& now = observe("bound, nothing read");
+
+    const std::size_t nFragments = field().nFragments();
+    const std::string extents = std::to_string(source_->nLongitudes()) + " x " + std::to_string(source_->nLatitudes());
+    const std::string count = std::to_string(nFragments);
+    std::cout << "\n1. Bind: a creator for every month at every depth, and nothing read\n\n";
+    std::cout << "  Fragments     " << nFragments << ", bound in " << duration(time) << " ("
+              << duration(time / static_cast<double>(nFragments)) << " each); slabs read: " << now.nSlabsRead << "\n";
+    std::cout << "  Element type  " << now.type << ", declared before any data exist\n";
+    std::cout << "  Dims          " << now.rank << " (longitude fastest, then latitude)\n";
+    std::cout << "  getSize       " << now.size << ": the extents of all fragments, added up axis by axis,\n"
+              << "                " << count << " x " << source_->nLongitudes() << " and " << count << " x "
+              << source_->nLatitudes() << ". It is no number of elements: that is the sum over the\n"
+              << "                fragments, " << count << " x (" << extents
+              << ") = " << grouped(nFragments * source_->nLongitudes() * source_->nLatitudes()) << ".\n";
+    std::cout << "  Full size     " << bytes(now.fullMemory) << " if every fragment were held\n";
+    std::cout << "  Memory held   " << bytes(now.memoryHeld) << " of data";
+    if (resident > 0)
+      std::cout << "; binding let the process grow by " << bytes(residentNow - std::min(resident, residentNow));
+    std::cout << "\n";
+
+    check(nFragments == source_->nMonths() * source_->nDepths(), "every month at every depth has its fragment");
+    check(now.nSlabsRead == 0 && now.memoryHeld == 0, "binding and asking for size and type read nothing");
+  }
+
+  /// A fragment in the middle of the atlas.
+  std::string chosenName() const {
+    return ocean_->getName(std::min<std::size_t>(7, source_->nMonths() - 1),
+                           std::min<std::size_t>(6, source_->nDepths() - 1));
+  }
+
+  void readSome() {
+    const std::vector<FragmentIDPtr>& fragments = field().getFragmentIDs();
+    const FragmentIDPtr byName = field().getFragmentID(chosenName());
+    const FragmentIDPtr byNumber = fragments[fragments.size() / 2];
+    const FragmentIDPtr byObject = fragments.back();
+
+    std::cout << "\n2. Read three fragments, asked for in three ways\n\n";
+    Table table({"asked for by", "fragment", "number", "first\nread", "again\n", "cells with\nwater", "min\n" + unit(),
+                 "max\n" + unit(), "mean\n" + unit()},
+                2);
+    bool isReadOnce = true;
+    const auto show = [&](const char* way, const FragmentIDPtr& fragment, const auto& get) {
+      const unsigned long long nReads = ocean_->nSlabsRead() + (field().getCreator(fragment)->hasData() ? 0 : 1);
+      const double begin = Progress::seconds();
+      const SlabPtr slab(get());
+      const double middle = Progress::seconds();
+      const SlabPtr again(get());
+      const double end = Progress::seconds();
+      if (!slab) throw std::runtime_error("no array for fragment \"" + fragment->getName() + "\"");
+      isReadOnce = isReadOnce && slab.get() == again.get() && ocean_->nSlabsRead() == nReads;
+      const Statistics cells = summarise(*slab, source().latitude.values);
+      table.addRow({way, fragment->getName(), std::to_string(fragment->getNumericalID()), duration(middle - begin),
+                    duration(end - middle), grouped(cells.nFinite()), fixed(cells.getMinimum(), 2),
+                    fixed(cells.getMaximum(), 2), fixed(cells.getMean(), 3)});
+    };
+    show("name", byName, [&] { return field().getCreatorByName(byName->getName())->create(false); });
+    show("number", byNumber, [&] { return field().getDataByNumericalID(byNumber->getNumericalID()); });
+    show("object", byObject, [&] { return field().getData(byObject); });
+    table.print(std::cout);
+    observe("three fragments read");
+    check(isReadOnce, "a fragment that is held is not read again, whichever way it is asked for");
+  }
+
+  void readEverything() {
+    std::cout << "\n3. Read everything: each depth over all months\n\n";
+    const double begin = Progress::seconds();
+    std::vector<Statistics> depths;
+    {
+      Progress progress = makeProgress("reading fragments");
+      depths = summariseDepths(*ocean_, [&](const FragmentIDPtr& fragment, const Slab& slab) {
+        checksums_[fragment->getNumericalID()] = checksum(slab);
+        progress.advance();
+      });
+    }
+    const double time = Progress::seconds() - begin;
+    const Moment& now = observe("everything read");
+
+    Table table({"depth\n" + source().depth.unit, "cells with\nwater", "share\n%", "min\n" + unit(), "max\n" + unit(),
+                 "mean of cells\n" + unit(), "mean by area\n" + unit()});
+    const auto addRow = [&table](const std::string& name, const Statistics& cells) {
+      table.addRow({name, grouped(cells.nFinite()),
+                    fixed(100 * static_cast<double>(cells.nFinite()) / static_cast<double>(cells.nCells()), 1),
+                    fixed(cells.getMinimum(), 2), fixed(cells.getMaximum(), 2), fixed(cells.getMean(), 3),
+                    fixed(cells.getWeightedMean(), 3)});
+    };
+    Statistics all;
+    for (std::size_t depth = 0; depth < depths.size(); ++depth) {
+      std::ostringstream name;
+      name << source().depth.values[depth];
+      addRow(name.str(), depths[depth]);
+      all.add(depths[depth]);
+    }
+    table.addRule();
+    addRow("all", all);
+    table.print(std::cout);
+    std::cout << "\n  The mean by area weighs each cell by the cosine of its latitude. Over all depths the means are\n"
+              << "  those of the levels as they stand, not weighed by thickness. Read and summed up in "
+              << duration(time) << ".\n";
+    if (unit() == "degC" && all.getMinimum() < FreezingPoint)
+      std::cout << "  Values stand as the source has them, also those below the freezing point of sea water ("
+                << FreezingPoint << " degC).\n";
+    check(now.nSlabsRead == field().nFragments(), "each fragment was read exactly once");
+    check(now.memoryHeld == now.fullMemory, "with everything read, the memory held is the full size");
+  }
+
+  void forget() {
+    std::cout << "\n4. Forget everything, and read one fragment again\n\n";
+    const FragmentIDPtr fragment = field().getFragmentID(chosenName());
+    const unsigned long long given = Ostrel::Cache::MemCache()->trim(Everything);
+    const Moment forgotten = observe("everything forgotten");
+    const std::uint64_t before = checksums_.at(fragment->getNumericalID());
+    const std::uint64_t after = checksum(*ocean_->getSlab(fragment));
+    const Moment again = observe("one read again");
+    std::cout << "  The cache gave back " << bytes(given) << "; memory held: " << bytes(forgotten.memoryHeld) << "\n";
+    std::cout << "  Checksum of \"" << fragment->getName() << "\"   before " << hexadecimal(before) << "   after "
+              << hexadecimal(after) << "\n";
+    check(forgotten.memoryHeld == 0 && given == forgotten.fullMemory, "forgetting gives back all memory");
+    check(again.nSlabsRead == forgotten.nSlabsRead + 1, "a forgotten fragment is read again");
+    check(after == before, "a fragment read again is the same, bit for bit");
+  }
+
+  void readMonthByMonth() {
+    Ostrel::Cache::MemCache()->trim(Everything);
+    std::size_t nSame = 0;
+    unsigned long long most = 0;
+    {
+      Progress progress = makeProgress("reading again, month by month");
+      std::size_t month = 0;
+      summariseDepths(*ocean_, [&](const FragmentIDPtr& fragment, const Slab& slab) {
+        if (ocean_->getMonth(fragment) != month) {
+          month = ocean_->getMonth(fragment);
+          Ostrel::Cache::MemCache()->trim(Everything);
+        }
+        // The last depth of a month: more than now is never held.
+        if (ocean_->getDepth(fragment) + 1 == source_->nDepths()) most = std::max(most, getMemoryHeld(field()));
+        if (checksum(slab) == checksums_.at(fragment->getNumericalID())) ++nSame;
+        progress.advance();
+      });
+    }
+    Ostrel::Cache::MemCache()->trim(Everything);
+    const Moment& now = observe("again month by month");
+    std::cout << "  All of it again, forgetting after each month: " << nSame << " of " << field().nFragments()
+              << " checksums as before,\n  and never more than " << bytes(most) << " held\n";
+    check(nSame == field().nFragments(), "every fragment read again is the same, bit for bit");
+    check(most <= now.fullMemory / source_->nMonths(), "a pass that forgets holds one month at a time");
+    check(now.memoryHeld == 0, "nothing is held after the pass");
+  }
+
+  void showMoments() {
+    std::cout << "\n5. What the field told, moment by moment\n\n";
+    Table table({"moment", "slabs read\nso far", "fragments\nheld", "memory\nheld", "full\nsize", "getSize\n", "Dims\n",
+                 "type\n"},
+                1);
+    bool isSteady = true;
+    for (const Moment& moment : moments_) {
+      table.addRow({moment.name, std::to_string(moment.nSlabsRead), std::to_string(moment.nHeld),
+                    bytes(moment.memoryHeld), bytes(moment.fullMemory), moment.size, std::to_string(moment.rank),
+                    moment.type});
+      const Moment& first = moments_.front();
+      isSteady = isSteady && moment.size == first.size && moment.rank == first.rank && moment.type == first.type &&
+                 moment.fullMemory == first.fullMemory;
+    }
+    table.print(std::cout);
+    check(isSteady, "size, rank and type are the same at every moment");
+  }
+
+  bool showChecks() const {
+    std::cout << "\n6. Checks\n\n";
+    bool isGood = true;
+    for (const auto& [holds, what] : checks_) {
+      std::cout << (holds ? "  ok      " : "  FAILED  ") << what << "\n";
+      isGood = isGood && holds;
+    }
+    std::cout << "\n" << (isGood ? "All checks hold." : "Some checks do not hold.") << "\n";
+    return isGood;
+  }
+
+  const std::shared_ptr<const OceanSource> source_;
+  std::optional<OceanField> ocean_;
+  std::map<unsigned int, std::uint64_t> checksums_;  ///< of each fragment by its number
+  std::vector<Moment> moments_;
+  std::vector<std::pair<bool, std::string>> checks_;
+};
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  const std::vector<std::string> arguments(argv + 1, argv + argc);
+  if (arguments.size() > 1 ||
+      (arguments.size() == 1 && arguments[0].starts_with("-") && arguments[0] != "--analytic")) {
+    std::cerr << "usage: ocean [FILE | --analytic]\n"
+                 "  FILE        a NetCDF file with a variable TEMP over time, depth, latitude and longitude\n"
+                 "  --analytic  an embedded ocean, computed on demand\n"
+                 "Without an argument: the ocean atlas of the package ferret-datasets if it is installed.\n";
+    return 2;
+  }
+  const bool isAnalytic = !arguments.empty() && arguments[0] == "--analytic";
+  std::shared_ptr<const OceanSource> source;
+  try {
+    source = openOcean(arguments.empty() ? std::nullopt : std::optional(arguments[0]), isAnalytic);
+  } catch (const std::exception& error) {
+    std::cerr << "ocean: " << error.what() << "\n";
+    return 2;
+  }
+  try {
+    return Demonstration(source).run() ? 0 : 1;
+  } catch (const std::exception& error) {
+    std::cerr << "ocean: " << error.what() << "\n";
+    return 1;
+  }
+}

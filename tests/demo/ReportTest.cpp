@@ -1,0 +1,77 @@
+// SPDX-License-Identifier: BSD-3-Clause
+// Copyright (c) 2026 the Tresk authors
+#include <gtest/gtest.h>
+#include <ocean/Report.hpp>
+
+#include <limits>
+#include <sstream>
+
+namespace {
+
+using namespace Example;
+
+TEST(TableTest, NamesBeginAtTheLeftAndNumbersEndAtTheRight) {
+  Table table({"month\n", "depth\nm", "mean\ndegC"}, 1);
+  table.addRow({"May", "1000", "4.2"});
+  table.addRule();
+  table.addRow({"December", "5", "-"});
+  std::ostringstream out;
+  table.print(out);
+  EXPECT_EQ(out.str(),
+            "  month     depth  mean\n"
+            "                m  degC\n"
+            "  ---------------------\n"
+            "  May        1000   4.2\n"
+            "  ---------------------\n"
+            "  December      5     -\n");
+}
+
+TEST(FormatTest, NumbersReadAsPeopleWriteThem) {
+  EXPECT_EQ(fixed(34.1779, 2), "34.18");
+  EXPECT_EQ(fixed(std::numeric_limits<double>::quiet_NaN(), 2), "-");
+  EXPECT_EQ(grouped(7), "7");
+  EXPECT_EQ(grouped(999), "999");
+  EXPECT_EQ(grouped(1000), "1,000");
+  EXPECT_EQ(grouped(2238984), "2,238,984");
+  EXPECT_EQ(bytes(0), "0 B");
+  EXPECT_EQ(bytes(1023), "1023 B");
+  EXPECT_EQ(bytes(129600), "126.6 KiB");
+  EXPECT_EQ(bytes(29548800), "28.18 MiB");
+  EXPECT_EQ(duration(2.6e-6), "2.6 us");
+  EXPECT_EQ(duration(0.0125), "12.50 ms");
+  EXPECT_EQ(duration(75), "75.00 s");
+  EXPECT_EQ(hexadecimal(0xcb8ef74), "000000000cb8ef74");
+}
+
+TEST(ProgressTest, SaysNothingDuringTheFirstSecond) {
+  std::ostringstream out;
+  double now = 100;
+  {
+    Progress progress("reading", 4, out, true, [&now] { return now; });
+    for (now = 100.25; now < 101; now += 0.25) progress.advance();
+  }
+  EXPECT_EQ(out.str(), "");
+}
+
+TEST(ProgressTest, WritesALineNowAndThenIntoALog) {
+  std::ostringstream out;
+  double now = 100;
+  Progress progress("reading", 8, out, false, [&now] { return now; });
+  for (now = 101; now < 105; ++now) progress.advance();
+  EXPECT_EQ(out.str(), "reading: 1 of 8 (12 %), 1.0 s\nreading: 3 of 8 (37 %), 3.0 s\n");
+}
+
+TEST(ProgressTest, RemovesItsLineFromATerminal) {
+  std::ostringstream out;
+  double now = 100;
+  const std::string line = "reading: 1 of 2 (50 %), 1.5 s";
+  {
+    Progress progress("reading", 2, out, true, [&now] { return now; });
+    now = 101.5;
+    progress.advance();
+    EXPECT_EQ(out.str(), "\r" + line);
+  }
+  EXPECT_EQ(out.str(), "\r" + line + "\r" + std::string(line.size(), ' ') + "\r");
+}
+
+}  // namespace
