@@ -102,7 +102,8 @@ int runAll(int argc, char** argv) {
     const double ratioMin = minimum(row.value) / minimum(row.raw);
     const double ratioMedian = valueTime / rawTime;
     char target[16] = "-";
-    if (row.target > 0) std::snprintf(target, sizeof(target), "%.2f%s", row.target, ratioMedian > row.target ? " !" : "");
+    if (row.target > 0)
+      std::snprintf(target, sizeof(target), "%.2f%s", row.target, ratioMedian > row.target ? " !" : "");
     std::printf("%-28s %12.2f %12.2f %9.3f %9.3f %8s\n", row.name.c_str(), valueTime, rawTime, ratioMin, ratioMedian,
                 target);
     char line[512];

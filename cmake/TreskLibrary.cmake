@@ -14,7 +14,7 @@ file(GLOB TRESK_SOURCES CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/foundation/*.cpp
 file(GLOB TRESK_HEADERS CONFIGURE_DEPENDS RELATIVE ${PROJECT_SOURCE_DIR} ${PROJECT_SOURCE_DIR}/foundation/*.hpp
      ${PROJECT_SOURCE_DIR}/field/*.hpp)
 # Internal to the library: not installed, and not checked to be public.
-list(REMOVE_ITEM TRESK_HEADERS foundation/CacheMutex.hpp)
+list(REMOVE_ITEM TRESK_HEADERS foundation/CacheMutex.hpp field/PointRows.hpp)
 list(TRANSFORM TRESK_HEADERS PREPEND ${TRESK_INCLUDE_ROOT}/tresk/)
 
 find_package(Threads REQUIRED)
@@ -31,4 +31,6 @@ target_link_options(tresk PRIVATE LINKER:-z,nodelete LINKER:--no-undefined-versi
 if(TRESK_PLAIN_RECORDS)
   target_compile_definitions(tresk PRIVATE TRESK_PLAIN_RECORDS)
 endif()
+# Products and sums are rounded one by one, so that results are the same on every processor.
+target_compile_options(tresk PRIVATE -ffp-contract=off)
 tresk_enable_warnings(tresk)

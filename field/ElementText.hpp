@@ -6,12 +6,13 @@
 #include <tresk/field/fwd.hpp>
 #include <tresk/foundation/PhysicalSpace.hpp>
 
+#include <concepts>
 #include <string>
 
 namespace Tresk {
 
 /// \file
-/// One element as text, by its type.
+/// One element as text, by its type. The text of a class of a further library is found in the namespace of that class.
 
 /// The shortest decimal text that reads back to the same value.
 TRESK_EXPORT std::string elementText(double value);
@@ -19,9 +20,15 @@ TRESK_EXPORT std::string elementText(unsigned int value);
 /// The name between brackets and quotation marks; an empty name for an empty or dead pointer.
 TRESK_EXPORT std::string elementText(const FragmentIDPtr& fragment);
 
+/// Any other whole number in decimal, characters too.
+template <std::integral Number>
+std::string elementText(Number value) {
+  return std::to_string(value);
+}
+
 /// Components in braces, joined by commas.
-template <int K>
-std::string elementText(const Quorvel::FixedArray<double, K>& components) {
+template <class Component, int K>
+std::string elementText(const Quorvel::FixedArray<Component, K>& components) {
   std::string text = "{";
   for (int c = 0; c < K; ++c) {
     if (c > 0) text += ',';

@@ -11,18 +11,18 @@
 /// The table of the element types that arrays exist for. All that runs over the types is made from it: records,
 /// allocators, the declarations and instantiations of arrays, typed tests and benchmarks. A further type of this
 /// library is one row here, its `ElementTraits` below, and a source under `elements/`.
-#define TRESK_FOR_EACH_ELEMENT_TYPE(ROW)                                              \
-  ROW(double)                                                                         \
-  ROW(unsigned int)                                                                   \
-  ROW(Quorvel::FixedArray<double, 2>)                                                 \
-  ROW(Quorvel::FixedArray<double, 3>)                                                 \
-  ROW(Quorvel::Vector<double, 3>)                                                     \
-  ROW(Quorvel::PhysicalSpace::point)                                                  \
-  ROW(Tresk::SimplexCell<1, unsigned int, Tresk::IJ_CellNamingConvention>)            \
-  ROW(Tresk::SimplexCell<2, unsigned int, Tresk::IJ_CellNamingConvention>)            \
-  ROW(Tresk::SimplexCell<3, unsigned int, Tresk::IJ_CellNamingConvention>)            \
-  ROW(Tresk::RegularCell<2, unsigned int, Tresk::IJ_CellNamingConvention>)            \
-  ROW(Tresk::RegularCell<3, unsigned int, Tresk::IJ_CellNamingConvention>)            \
+#define TRESK_FOR_EACH_ELEMENT_TYPE(ROW)                                   \
+  ROW(double)                                                              \
+  ROW(unsigned int)                                                        \
+  ROW(Quorvel::FixedArray<double, 2>)                                      \
+  ROW(Quorvel::FixedArray<double, 3>)                                      \
+  ROW(Quorvel::Vector<double, 3>)                                          \
+  ROW(Quorvel::PhysicalSpace::point)                                       \
+  ROW(Tresk::SimplexCell<1, unsigned int, Tresk::IJ_CellNamingConvention>) \
+  ROW(Tresk::SimplexCell<2, unsigned int, Tresk::IJ_CellNamingConvention>) \
+  ROW(Tresk::SimplexCell<3, unsigned int, Tresk::IJ_CellNamingConvention>) \
+  ROW(Tresk::RegularCell<2, unsigned int, Tresk::IJ_CellNamingConvention>) \
+  ROW(Tresk::RegularCell<3, unsigned int, Tresk::IJ_CellNamingConvention>) \
   ROW(Ostrel::StrongPtr<Tresk::FragmentID, Tresk::FragmentID>)
 
 namespace Tresk {

@@ -23,6 +23,23 @@ FragmentIDCollectionPtr collectionOf(const FieldWeakPtr& sibling) {
 
 using DiscardableCreator = Ostrel::AlzheimerCreator<MemBase, CreativeArrayBase>;
 
+/// Holds one creator after the other during a walk under a field's lock. It is declared before the lock: slots are
+/// reassigned under the shared lock, and a creator that only the walk still holds dies after it, as its end may ask
+/// the field.
+class WalkHolder {
+ public:
+  /// The creator of a slot, held until the next call; null if there is none.
+  CreativeArrayBase* hold(const CreatorPtr& slot) {
+    if (!held_.resetUnlessLast()) last_.push_back(std::move(held_));
+    held_ = slot;
+    return held_ ? held_.get() : nullptr;
+  }
+
+ private:
+  CreatorPtr held_;
+  std::vector<CreatorPtr> last_;
+};
+
 }  // namespace
 
 // ---------------------------------------------------------------------------------------------------- construction
@@ -197,10 +214,11 @@ void Field::touchAndOwn(const CreatorPtr& creator) {
 
 template <class F>
 void Field::visitCreators(const F& f) const {
+  WalkHolder holder;
   const SharedFragmentLock lock(mutex_);
   for (const CreatorPtr& value : fragments_.values) {
-    const CreatorPtr creator = value;
-    if (creator && f(*creator)) return;
+    CreativeArrayBase* const creator = holder.hold(value);
+    if (creator != nullptr && f(*creator)) return;
   }
 }
 
@@ -283,8 +301,10 @@ CreatorPtr& Field::getCreatorReferenceViaFragmentIndex(unsigned int number) {
 // --------------------------------------------------------------------------------------------------------- binding
 
 CreatorPtr& Field::setCreatorViaFragmentIndex(unsigned int number, const CreatorPtr& creator) {
-  CreatorPtr& slot = store(number, creator);
-  touchAndOwn(creator);
+  // A copy: `creator` may be a slot of this very table, which an insertion moves.
+  const CreatorPtr bound = creator;
+  CreatorPtr& slot = store(number, bound);
+  touchAndOwn(bound);
   return slot;
 }
 
@@ -317,8 +337,8 @@ CreatorPtr Field::createCreator(const MemBasePtr& data, const std::string& name,
   return createCreator(data, fragment, alternative, cache);
 }
 
-const CreatorPtr& Field::setPersistentData(const MemBasePtr& data, const FragmentIDPtr& fragment,
-                                           const CachePtr& cache, const std::string& provenance) {
+const CreatorPtr& Field::setPersistentData(const MemBasePtr& data, const FragmentIDPtr& fragment, const CachePtr& cache,
+                                           const std::string& provenance) {
   if (!data) return CreativeArrayNullPtr();
   const CreatorPtr creator(new CreativeArray(data, cache));
   const CreatorPtr& slot = setCreatorViaFragmentIndex(getNumericalID(fragment), creator);
@@ -332,8 +352,7 @@ const CreatorPtr& Field::setPersistentData(const MemBasePtr& data, const Fragmen
   return slot;
 }
 
-CreatorPtr Field::setDiscardableData(const MemBasePtr& data, const CacheWeakPtr& cache,
-                                     const FragmentIDPtr& fragment) {
+CreatorPtr Field::setDiscardableData(const MemBasePtr& data, const CacheWeakPtr& cache, const FragmentIDPtr& fragment) {
   if (!data) return CreatorPtr();
   const CreatorPtr creator(new DiscardableCreator(data, cache));
   creator->addDataMetaInfo(data);
@@ -436,32 +455,35 @@ const std::type_info& Field::getFieldStorageType() const {
 
 SizePtr Field::getSize() const {
   const Ostrel::StrongPtr<FragmentedSizeInterface, Ostrel::InterfaceBase> known(findInterface(typeid(SizeInterface)));
+  WalkHolder holder;
   const SharedFragmentLock lock(mutex_);
   const unsigned long long nEntries = fragments_.keys.size();
   if (known && known->getFragmentCount() == nEntries) return known;
   SizePtr sum;
   for (const CreatorPtr& value : fragments_.values) {
-    const CreatorPtr creator = value;
-    const SizePtr size = creator ? Tresk::getSize(*creator) : SizePtr();
+    const CreativeArrayBase* const creator = holder.hold(value);
+    const SizePtr size = creator != nullptr ? Tresk::getSize(*creator) : SizePtr();
     if (!size) continue;
     if (!sum) sum = SizePtr(new SizeInterface(DynamicSize()));
     *sum += *size;
   }
   if (sum) {
-    addInterface(Ostrel::StrongPtr<Ostrel::InterfaceBase, Ostrel::InterfaceBase>(
-        new FragmentedSizeInterface(*sum, nEntries)));
+    addInterface(
+        Ostrel::StrongPtr<Ostrel::InterfaceBase, Ostrel::InterfaceBase>(new FragmentedSizeInterface(*sum, nEntries)));
   }
   return sum;
 }
 
 bool Field::isCompatible(const Field& other) {
+  WalkHolder mineHolder;
+  WalkHolder theirsHolder;
   const SharedFragmentLock lock(mutex_);
   for (std::size_t i = 0; i < fragments_.keys.size(); ++i) {
-    const CreatorPtr mine = fragments_.values[i];
-    if (!mine) continue;
+    const CreativeArrayBase* const mine = mineHolder.hold(fragments_.values[i]);
+    if (mine == nullptr) continue;
     // A lookup like any other: the other field's lock is not held while creators are asked.
-    const CreatorPtr theirs = other.getCreatorByNumericalID(fragments_.keys[i]);
-    if (!theirs) continue;
+    const CreativeArrayBase* const theirs = theirsHolder.hold(other.getCreatorByNumericalID(fragments_.keys[i]));
+    if (theirs == nullptr) continue;
     const SizePtr a = Tresk::getSize(*mine);
     const SizePtr b = Tresk::getSize(*theirs);
     if (a && b && static_cast<const DynamicSize&>(*a) != *b) return false;

@@ -15,8 +15,7 @@ FragmentIDCollection::FragmentIDCollection()
   index_.max_load_factor(1.0F);
 }
 
-FragmentIDCollection::FragmentIDCollection(
-    const Ostrel::StrongPtr<TypedArray<std::string>, Ostrel::Cacheable>& names)
+FragmentIDCollection::FragmentIDCollection(const Ostrel::StrongPtr<TypedArray<std::string>, Ostrel::Cacheable>& names)
     : Ostrel::ReferenceBase<FragmentIDCollection>(this) {
   index_.max_load_factor(1.0F);
   if (!names) return;
@@ -98,8 +97,9 @@ unsigned int FragmentIDCollection::getID(const FragmentIDPtr& fragment) {
     return known->second;
   }
   if (shape_.getExtents() != nullptr) return NoNumber;
+  const FragmentIDPtr added = fragment;  // a copy: `fragment` may be one of the slots, which move
   const unsigned int number = prepareSlot();
-  append(number, identity.getName(), fragment);
+  append(number, identity.getName(), added);
   identity.number_.store(number, std::memory_order_relaxed);
   identity.owner_ = self();
   return number;

@@ -87,6 +87,9 @@ class ComponentReference {
   friend bool operator==(const ComponentReference& a, const Quorvel::FixedArray<X, K>& b) noexcept {
     return static_cast<Quorvel::FixedArray<X, K>>(a) == b;
   }
+  friend bool operator==(const ComponentReference& a, const ComponentReference& b) noexcept {
+    return a == static_cast<Quorvel::FixedArray<X, K>>(b);
+  }
 
  private:
   X* first_;

@@ -35,6 +35,11 @@ DynamicSize MemArrayBase<N>::getSize() const {
   return DynamicSize(N, getIndexSize().begin());
 }
 
+template <int N>
+Ostrel::StrongPtr<ArrayInterpolator, Ostrel::InterfaceBase> MemArrayBase<N>::getInterpolator() const {
+  return Ostrel::findInterface<ArrayInterpolator>(*this);
+}
+
 template class MemArrayBase<1>;
 template class MemArrayBase<2>;
 template class MemArrayBase<3>;

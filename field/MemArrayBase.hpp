@@ -2,6 +2,7 @@
 // Copyright (c) 2026 the Tresk authors
 #pragma once
 
+#include <tresk/field/ArrayInterpolator.hpp>
 #include <tresk/field/MemBase.hpp>
 #include <tresk/field/MultiIndex.hpp>
 
@@ -25,6 +26,9 @@ class TRESK_EXPORT MemArrayBase : public virtual MemBase {
   MemBasePtr createSubArray(const DynamicSize& start, const DynamicSize& size,
                             const CreatorWeakPtr& creator) const override;
   DynamicSize getSize() const override;
+
+  /// What interpolates this array, if somebody has attached it; else null.
+  Ostrel::StrongPtr<ArrayInterpolator, Ostrel::InterfaceBase> getInterpolator() const;
 };
 
 extern template class MemArrayBase<1>;

@@ -43,7 +43,10 @@ template <class T>
 T emptyElement() {
   T value{};
   // The geometric types and cells do not write their components by themselves.
-  if constexpr (requires { typename T::ValueType; value.begin(); })
+  if constexpr (requires {
+                  typename T::ValueType;
+                  value.begin();
+                })
     for (auto& component : value) component = typename T::ValueType();
   return value;
 }
@@ -277,8 +280,7 @@ MemBasePtr MemArray<N, T>::getComponent(int component, const CreatorWeakPtr& cre
   // The rules differ by layout, and deliberately so: a view of a view made by the first or the last rule begins at the
   // start of the data and not at the offset.
   const unsigned long long reachable = this->nReachableElements();
-  const unsigned long long foldedTail =
-      this->count < reachable - this->tail ? 0 : this->tail + this->count - reachable;
+  const unsigned long long foldedTail = this->count < reachable - this->tail ? 0 : this->tail + this->count - reachable;
   WalkParameters<Component> walk;
   if constexpr (std::is_same_v<Component, T>) {
     walk.count = this->count;
@@ -336,16 +338,16 @@ MemBasePtr MemArrayAllocator<T>::create(const DynamicSize& size) const {
 }  // namespace Tresk
 
 /// Instantiates all that exists for one element type.
-#define TRESK_INSTANTIATE_ELEMENT_TYPE(...)                         \
-  template class Tresk::TreskType<__VA_ARGS__>;                     \
-  template Tresk::TreskTypePtr Tresk::getTreskType<__VA_ARGS__>();  \
-  template class Tresk::TypedArray<__VA_ARGS__>;                    \
-  template class Tresk::ReferencingMemArray<1, __VA_ARGS__>;        \
-  template class Tresk::ReferencingMemArray<2, __VA_ARGS__>;        \
-  template class Tresk::ReferencingMemArray<3, __VA_ARGS__>;        \
-  template class Tresk::ReferencingMemArray<4, __VA_ARGS__>;        \
-  template class Tresk::MemArray<1, __VA_ARGS__>;                   \
-  template class Tresk::MemArray<2, __VA_ARGS__>;                   \
-  template class Tresk::MemArray<3, __VA_ARGS__>;                   \
-  template class Tresk::MemArray<4, __VA_ARGS__>;                   \
+#define TRESK_INSTANTIATE_ELEMENT_TYPE(...)                        \
+  template class Tresk::TreskType<__VA_ARGS__>;                    \
+  template Tresk::TreskTypePtr Tresk::getTreskType<__VA_ARGS__>(); \
+  template class Tresk::TypedArray<__VA_ARGS__>;                   \
+  template class Tresk::ReferencingMemArray<1, __VA_ARGS__>;       \
+  template class Tresk::ReferencingMemArray<2, __VA_ARGS__>;       \
+  template class Tresk::ReferencingMemArray<3, __VA_ARGS__>;       \
+  template class Tresk::ReferencingMemArray<4, __VA_ARGS__>;       \
+  template class Tresk::MemArray<1, __VA_ARGS__>;                  \
+  template class Tresk::MemArray<2, __VA_ARGS__>;                  \
+  template class Tresk::MemArray<3, __VA_ARGS__>;                  \
+  template class Tresk::MemArray<4, __VA_ARGS__>;                  \
   template class Tresk::MemArrayAllocator<__VA_ARGS__>

@@ -6,10 +6,10 @@
 #include <tresk/field/HyperslabParameters.hpp>
 #include <tresk/field/TreskTypeIndex.hpp>
 #include <tresk/field/fwd.hpp>
-#include <tresk/foundation/Creature.hpp>
 #include <tresk/foundation/ChunkBase.hpp>
-#include <tresk/foundation/InterfaceBase.hpp>
+#include <tresk/foundation/Creature.hpp>
 #include <tresk/foundation/Intercube.hpp>
+#include <tresk/foundation/InterfaceBase.hpp>
 
 #include <string>
 #include <typeinfo>

@@ -33,13 +33,11 @@ class MultiArray<N, T, std::integer_sequence<unsigned long long, Dimensions...>>
   using Unit = WalkUnitType<T>;
 
   template <std::integral... Indices>
-    requires(sizeof...(Indices) == N)
-  ConstReference operator()(Indices... indices) const {
+  requires(sizeof...(Indices) == N) ConstReference operator()(Indices... indices) const {
     return read(MultiIndex<N>(indices...));
   }
   template <std::integral... Indices>
-    requires(sizeof...(Indices) == N)
-  Reference operator()(Indices... indices) {
+  requires(sizeof...(Indices) == N) Reference operator()(Indices... indices) {
     return refer(MultiIndex<N>(indices...));
   }
   ConstReference operator[](const MultiIndex<N>& index) const { return read(index); }

@@ -15,8 +15,8 @@ class TRESK_OPEN_TEMPLATE MultiIndex {
   constexpr MultiIndex() noexcept = default;
   /// From `N` numbers, which must not be negative.
   template <std::integral... Values>
-    requires(sizeof...(Values) == N)
-  constexpr MultiIndex(Values... values) noexcept : values_{static_cast<unsigned long long>(values)...} {}
+  requires(sizeof...(Values) == N) constexpr MultiIndex(Values... values) noexcept
+      : values_{static_cast<unsigned long long>(values)...} {}
 
   constexpr unsigned long long& operator[](int d) noexcept { return values_[d]; }
   constexpr unsigned long long operator[](int d) const noexcept { return values_[d]; }

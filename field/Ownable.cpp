@@ -4,6 +4,8 @@
 
 namespace Tresk {
 
+constinit Ostrel::Mutex Detail::ownerMutex;
+
 OwnerBase::OwnerBase() = default;
 OwnerBase::~OwnerBase() = default;
 

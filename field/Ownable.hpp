@@ -3,10 +3,12 @@
 #pragma once
 
 #include <tresk/foundation/Ageable.hpp>
-#include <tresk/foundation/InterfaceBase.hpp>
 #include <tresk/foundation/Intercube.hpp>
+#include <tresk/foundation/InterfaceBase.hpp>
+#include <tresk/foundation/Mutex.hpp>
 #include <tresk/foundation/Pointers.hpp>
 
+#include <optional>
 #include <unordered_set>
 #include <vector>
 
@@ -28,11 +30,20 @@ class TRESK_EXPORT OwnerBase {
   ~OwnerBase();
 };
 
+namespace Detail {
+
+/// Guards entering and leaving of all owner sets, and the copies that questions are asked from. A leaf. Never
+/// destroyed, as creators may die during the exit of the process.
+TRESK_EXPORT extern Ostrel::Mutex ownerMutex;
+
+}  // namespace Detail
+
 /// An object of class `T` that keeps weak pointers to its owners.
 ///
 /// `C` is the property part of an owner: what it remembers of its children.
-/// Threads: the owner set has no lock. Owners are added and removed while no other thread walks the set. Owners answer
-/// on whatever thread asks, which may be that of a cache.
+/// Threads: owners may enter and leave while other threads ask questions, as a cache that releases a creator does.
+/// Walks that raise ages take no lock: owners do not enter or leave while another thread touches the object. Owners
+/// answer on whatever thread asks.
 template <class T, class C>
 class TRESK_OPEN_TEMPLATE Ownable : public virtual OwnerBase {
  public:
@@ -56,18 +67,32 @@ class TRESK_OPEN_TEMPLATE Ownable : public virtual OwnerBase {
   };
   using OwnerPointer = Ostrel::WeakPtr<Container, Container>;
 
-  /// Enters an owner; false if it stands in the set already.
-  bool addOwner(const OwnerPointer& owner) { return owners_.insert(owner).second; }
-  bool removeOwner(const OwnerPointer& owner) { return owners_.erase(owner) != 0; }
-  bool isOwnedBy(const OwnerPointer& owner) const { return owners_.count(owner) != 0; }
+  /// Enters an owner; false if it stands in the set already or the pointer is empty.
+  bool addOwner(const OwnerPointer& owner) {
+    if (owner.getRecord() == nullptr) return false;
+    const Ostrel::MutexLock lock(Detail::ownerMutex);
+    return owners_.insert(owner).second;
+  }
+  bool removeOwner(const OwnerPointer& owner) {
+    const Ostrel::MutexLock lock(Detail::ownerMutex);
+    return owners_.erase(owner) != 0;
+  }
+  bool isOwnedBy(const OwnerPointer& owner) const {
+    const Ostrel::MutexLock lock(Detail::ownerMutex);
+    return owners_.count(owner) != 0;
+  }
   /// The number of entries, dead ones included: they stay and are skipped.
-  unsigned long long nOwners() const noexcept { return owners_.size(); }
+  unsigned long long nOwners() const {
+    const Ostrel::MutexLock lock(Detail::ownerMutex);
+    return owners_.size();
+  }
 
   bool processOwnership(Ostrel::Intercube& question, const Ostrel::Intercube& context) const override {
     bool goesOn = true;
-    forEachLivingOwner([&](Container& owner, const OwnerPointer& pointer) {
+    forEachLivingOwner([&](Container& owner) {
       using PassThrough = typename Container::PassThrough;
-      question.addInterface(Ostrel::StrongPtr<Ostrel::InterfaceBase, Ostrel::InterfaceBase>(new PassThrough(pointer)));
+      question.addInterface(
+          Ostrel::StrongPtr<Ostrel::InterfaceBase, Ostrel::InterfaceBase>(new PassThrough(OwnerPointer(&owner))));
       goesOn = owner.processOwnership(question, context);
       return goesOn;
     });
@@ -75,7 +100,7 @@ class TRESK_OPEN_TEMPLATE Ownable : public virtual OwnerBase {
   }
 
   void forEachOwner(void* argument) override {
-    forEachLivingOwner([argument](Container& owner, const OwnerPointer&) {
+    forEachLivingOwner([argument](Container& owner) {
       owner.forEachOwner(argument);
       return true;
     });
@@ -96,22 +121,24 @@ class TRESK_OPEN_TEMPLATE Ownable : public virtual OwnerBase {
   }
 
  private:
-  /// Calls `f(owner, pointer)` for each living owner in the order of the set, until it answers false. Owners run code
-  /// of their own, which may change the set; the walk is over the set as it was.
+  /// Calls `f(owner)` for each living owner in the order of the set, until it answers false. Owners run code of their
+  /// own, which may change the set; the walk is over the set as it was.
   template <class F>
   void forEachLivingOwner(const F& f) const {
-    const auto ask = [&f](const OwnerPointer& pointer) {
-      const Ostrel::Pin<Container> owner(pointer);
-      return !owner || f(*owner, pointer);
-    };
-    if (owners_.size() == 1) {
-      const OwnerPointer only = *owners_.begin();
-      ask(only);
-      return;
+    std::optional<Ostrel::Pin<Container>> only;
+    std::vector<OwnerPointer> owners;
+    {
+      const Ostrel::MutexLock lock(Detail::ownerMutex);
+      if (owners_.size() == 1)
+        only.emplace(*owners_.begin());  // nearly always; needs no copy
+      else
+        owners.assign(owners_.begin(), owners_.end());
     }
-    const std::vector<OwnerPointer> owners(owners_.begin(), owners_.end());
-    for (const OwnerPointer& pointer : owners)
-      if (!ask(pointer)) return;
+    if (only && *only) f(**only);
+    for (const OwnerPointer& pointer : owners) {
+      const Ostrel::Pin<Container> owner(pointer);
+      if (owner && !f(*owner)) return;
+    }
   }
 
   std::unordered_set<OwnerPointer> owners_;

@@ -56,8 +56,8 @@ TreskTypePtr getTreskType() {
   return TreskTypePtr(record.getSelf());
 }
 
-#define TRESK_DECLARE_RECORD(...)                                        \
-  extern template class TRESK_EXPORT TreskType<__VA_ARGS__>;             \
+#define TRESK_DECLARE_RECORD(...)                            \
+  extern template class TRESK_EXPORT TreskType<__VA_ARGS__>; \
   extern template TRESK_EXPORT TreskTypePtr getTreskType<__VA_ARGS__>();
 TRESK_FOR_EACH_ELEMENT_TYPE(TRESK_DECLARE_RECORD)
 #undef TRESK_DECLARE_RECORD

@@ -85,7 +85,7 @@ TreskTypeWeakPtr TreskTypeBase::find(const TreskTypeIndex& index) {
 
 TreskTypeWeakPtr TreskTypeBase::find(const std::type_info& type) {
   for (const auto& [index, record] : theRegistry()) {
-    const TreskTypePtr alive(record);
+    const Ostrel::Pin<TreskTypeBase> alive(record);
     if (alive && isSameType(alive->getType(), type)) return record;
   }
   return TreskTypeWeakPtr();
@@ -163,9 +163,27 @@ std::string std::to_string(const Tresk::TreskTypeBase& type) {
     componentType = &typeid(record);
   }
   const std::string multiplicity = std::to_string(type.multiplicity);
-  return Tresk::join({Ostrel::Typename(type.getType()), ": ", Ostrel::Typename(*componentType), "[", multiplicity, "]",
-                      " rank ", std::to_string(type.rank), " (that many indices: {", indexPattern,
-                      "} , 0=scalar, 1=vector, 2=matrix),", " grade ", std::to_string(type.grade), ", multiplicity ",
-                      multiplicity, ", chart dimension ", std::to_string(type.chartDimension), ", domain: [",
-                      type.chartName, "] ", chartList, " tensor type: ", componentList});
+  return Tresk::join({Ostrel::Typename(type.getType()),
+                      ": ",
+                      Ostrel::Typename(*componentType),
+                      "[",
+                      multiplicity,
+                      "]",
+                      " rank ",
+                      std::to_string(type.rank),
+                      " (that many indices: {",
+                      indexPattern,
+                      "} , 0=scalar, 1=vector, 2=matrix),",
+                      " grade ",
+                      std::to_string(type.grade),
+                      ", multiplicity ",
+                      multiplicity,
+                      ", chart dimension ",
+                      std::to_string(type.chartDimension),
+                      ", domain: [",
+                      type.chartName,
+                      "] ",
+                      chartList,
+                      " tensor type: ",
+                      componentList});
 }

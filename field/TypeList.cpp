@@ -18,7 +18,7 @@ void TypeList::insert(const TreskTypeWeakPtr& type) { types_.insert(type); }
 bool TypeList::contains(const std::type_info& type) const {
   if (types_.empty()) return true;
   for (const TreskTypeWeakPtr& entry : types_) {
-    const TreskTypePtr record(entry);
+    const Ostrel::Pin<TreskTypeBase> record(entry);
     if (record && isSameType(record->getType(), type)) return true;
   }
   return false;
@@ -26,13 +26,14 @@ bool TypeList::contains(const std::type_info& type) const {
 
 void TypeList::speak() const {
   for (const TreskTypeWeakPtr& entry : types_)
-    if (const TreskTypePtr record{entry}) std::printf("{%s} ", Ostrel::Typename(record->getType()).c_str());
+    if (const Ostrel::Pin<TreskTypeBase> record(entry); record)
+      std::printf("{%s} ", Ostrel::Typename(record->getType()).c_str());
 }
 
 Ostrel::StrongPtr<Ostrel::StringList, Ostrel::StringList> TypeList::asText() const {
   Ostrel::StrongPtr<Ostrel::StringList, Ostrel::StringList> lines(new Ostrel::StringList);
   for (const TreskTypeWeakPtr& entry : types_)
-    if (const TreskTypePtr record{entry}) lines->addLine(Ostrel::Typename(record->getType()));
+    if (const Ostrel::Pin<TreskTypeBase> record(entry); record) lines->addLine(Ostrel::Typename(record->getType()));
   return lines;
 }
 

@@ -10,8 +10,7 @@ namespace Ostrel {
 void ReferenceTraits<Cacheable>::firstStrongPointer(Cacheable* object) { object->CacheableDeferredConstructor(); }
 void ReferenceTraits<Cacheable>::preDestructor(Cacheable* object) noexcept { object->PreDestructor(); }
 
-Cacheable::Cacheable(const WeakPtr<Creature, Creature>& creator)
-    : ReferenceBase<Cacheable>(this), creator_(creator) {}
+Cacheable::Cacheable(const WeakPtr<Creature, Creature>& creator) : ReferenceBase<Cacheable>(this), creator_(creator) {}
 
 Cacheable::~Cacheable() { PreDestructor(); }
 
@@ -29,12 +28,12 @@ const std::type_info& Cacheable::CreatorType() const {
 void Cacheable::setCreator(const WeakPtr<Creature, Creature>& creator) {
   // Creator and cache are held from outside the lock: giving them up may destroy them.
   const Pin<Creature> holder(creator);
-  StrongPtr<Cache, CacheBase> cache;
-  if (holder) cache = StrongPtr<Cache, CacheBase>(holder->getCache());
+  const Pin<CacheBase> cacheHolder(holder ? holder->getCache() : WeakPtr<Cache, CacheBase>());
+  Cache* const cache = dynamic_cast<Cache*>(cacheHolder.get());
   const MutexLock lock(Detail::cacheMutex);
   link_.unlink();
   creator_ = creator;
-  if (cache) link_.enter(cache->cacheables_);
+  if (cache != nullptr) link_.enter(cache->cacheables_);
 }
 
 WeakPtr<Creature, Creature> Cacheable::getCreator() const {

@@ -59,13 +59,9 @@ class TRESK_OPEN_TEMPLATE Chunk : public TypedChunk<T>, public std::vector<T> {
   }
 
  private:
-  explicit Chunk(const std::vector<T>& elements) : std::vector<T>(elements) {
-    ChunkBase::TotalMemsize.add(nBytes());
-  }
+  explicit Chunk(const std::vector<T>& elements) : std::vector<T>(elements) { ChunkBase::TotalMemsize.add(nBytes()); }
 
-  long long nBytes() const noexcept {
-    return static_cast<long long>(this->std::vector<T>::size() * sizeof(T));
-  }
+  long long nBytes() const noexcept { return static_cast<long long>(this->std::vector<T>::size() * sizeof(T)); }
 };
 
 }  // namespace Ostrel

@@ -37,9 +37,10 @@ bool Creature::discardCreation() { return false; }
 
 void Creature::enableCaching(bool keep) const {
   isKept_.store(keep, std::memory_order_relaxed);
-  if (nCachings_.fetch_add(1, std::memory_order_relaxed) != 0) return;
-  const StrongPtr<Cache, CacheBase> cache(cache_);
-  if (!cache) return;
+  if (nCachings_.fetch_add(1, std::memory_order_acq_rel) != 0) return;
+  const Pin<CacheBase> holder(cache_);
+  Cache* const cache = dynamic_cast<Cache*>(holder.get());
+  if (cache == nullptr) return;
   const MutexLock lock(Detail::cacheMutex);
   link_.enter(cache->creatures_);
 }

@@ -42,8 +42,8 @@ class TRESK_EXPORT Creature : public ReferenceBase<Creature>, public Intercube, 
   /// Enters the creator in the books of its cache, on the first call. With `keep` the cache leaves its data alone
   /// until the next call.
   void enableCaching(bool keep) const;
-  /// How often `enableCaching` was called.
-  long long getCachingCount() const noexcept { return nCachings_.load(std::memory_order_relaxed); }
+  /// How often `enableCaching` was called. Whoever sees a positive count sees a creator that has been built.
+  long long getCachingCount() const noexcept { return nCachings_.load(std::memory_order_acquire); }
   /// Whether the last `enableCaching` asked to keep the data.
   bool isKept() const noexcept { return isKept_.load(std::memory_order_relaxed); }
   /// The cache; may be empty or dead.

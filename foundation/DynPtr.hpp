@@ -43,7 +43,9 @@ inline PointerWord wordOf(ReferenceRecord* record, bool isTyped = true) noexcept
 }
 
 template <class T, class B>
-concept StaticallyCastable = requires(B* base) { static_cast<T*>(base); };
+concept StaticallyCastable = requires(B* base) {
+  static_cast<T*>(base);
+};
 
 /// The dynamic cast of a record's object. The caller holds the object.
 template <class T, class B>
@@ -88,7 +90,8 @@ void lowerWeakOrReport(ReferenceRecord* record, long long id) {
 /// resurrected: then the unit is deliberately not given back, and `WarningUnctionChange` tells.
 template <class B>
 void releaseStrongUnit(ReferenceRecord* record) {
-  std::int32_t s = record->strong.load(std::memory_order_relaxed);
+  // Acquire: a holder who finds itself the last one goes on to read the object that others have built.
+  std::int32_t s = record->strong.load(std::memory_order_acquire);
   for (;;) {
     if (s < 1) return;
     if (s != 1) {
@@ -313,10 +316,17 @@ class TRESK_OPEN_TEMPLATE DynPtr : public Detail::TypedField<T, B> {
     this->word_.store(word, std::memory_order_release);
   }
 
+  /// The word that this pointer held, which now holds `word`.
+  /// The typed object is written by those who bring one and left alone by those who empty the pointer: a reset must
+  /// not wipe what an assignment on another thread has just written. Without an object in the record nobody reads it.
+  Detail::PointerWord exchangeWord(Detail::PointerWord word, T* typed) noexcept {
+    if (word != 0 && typed != nullptr) this->storeTyped(typed);
+    return this->word_.exchange(word);
+  }
+
   /// Exchanges first, gives the old weak count up afterwards.
   void replace(Detail::PointerWord word, T* typed) noexcept {
-    this->storeTyped(typed);
-    if (ReferenceRecord* const record = Detail::recordOf(this->word_.exchange(word)))
+    if (ReferenceRecord* const record = Detail::recordOf(exchangeWord(word, typed)))
       Detail::lowerWeakOrReport<T, B>(record, this->id_);
   }
 
@@ -327,20 +337,18 @@ class TRESK_OPEN_TEMPLATE DynPtr : public Detail::TypedField<T, B> {
     if (record == nullptr) return;
     if constexpr (std::is_same_v<T, B>) {
       publish(Detail::wordOf(record), nullptr);
-    } else if constexpr (std::is_base_of_v<T, U>) {
-      if ((word & Detail::NoCast) == 0) {
-        T* typed = nullptr;
-        if constexpr (!std::is_same_v<U, B>) typed = other.loadTyped();
-        publish(Detail::wordOf(record), typed);
-      } else {
+    } else if constexpr (std::is_base_of_v<T, U> && Detail::StaticallyCastable<T, B>) {
+      // Never by way of the `U` that `other` knows: the step up to a virtual base reads the object, which may be dead.
+      if ((word & Detail::NoCast) == 0)
+        publish(word, Detail::recastObject<T, B>(record->object.load(std::memory_order_acquire)));
+      else
         publishCast(record);
-      }
     } else {
       publishCast(record);
     }
   }
 
-  /// A cast down needs the object, and so holds it for the time of the cast.
+  /// A cast that reads the object, and so holds it for the time of the cast.
   void publishCast(ReferenceRecord* record) noexcept {
     T* typed = nullptr;
     if (record->raiseStrongIfPositive()) {

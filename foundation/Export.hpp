@@ -6,8 +6,8 @@
 /// The visibility of names across the border of the shared library.
 ///
 /// The library is built with hidden visibility. `TRESK_EXPORT` makes a class or function part of the interface.
-/// `TRESK_OPEN_TEMPLATE` stands on every class template of the public headers: its static members, local statics
-/// and type information must be one object in the process, whichever library instantiates it.
+/// `TRESK_OPEN_TEMPLATE` stands on the templates of the public headers whose static members, local statics or type
+/// information must be one object in the process, whichever library instantiates them.
 
 #if defined(__GNUC__)
 #define TRESK_EXPORT __attribute__((visibility("default")))

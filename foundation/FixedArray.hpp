@@ -4,6 +4,8 @@
 
 #include <tresk/foundation/Export.hpp>
 
+#include <type_traits>
+
 namespace Quorvel {
 
 /// `N` values of type `T`, adjacent in memory, and nothing else.
@@ -20,8 +22,9 @@ class TRESK_OPEN_TEMPLATE FixedArray {
   constexpr FixedArray() noexcept {}  // NOLINT(modernize-use-equals-default)
   /// From `N` values.
   template <class... Values>
-    requires(sizeof...(Values) == N)
-  constexpr FixedArray(const Values&... values) noexcept : values_{static_cast<T>(values)...} {}
+  requires(sizeof...(Values) == N &&
+           (std::is_constructible_v<T, const Values&> && ...)) constexpr FixedArray(const Values&... values) noexcept
+      : values_{static_cast<T>(values)...} {}
 
   constexpr T& operator[](int i) noexcept { return values_[i]; }
   constexpr const T& operator[](int i) const noexcept { return values_[i]; }

@@ -12,8 +12,7 @@ namespace Ostrel {
 Attributes::Attributes() = default;
 Attributes::~Attributes() = default;
 
-InterfaceIterationParameter::InterfaceIterationParameter()
-    : ReferenceBase<InterfaceIterationParameter>(this) {}
+InterfaceIterationParameter::InterfaceIterationParameter() : ReferenceBase<InterfaceIterationParameter>(this) {}
 InterfaceIterationParameter::~InterfaceIterationParameter() = default;
 
 InterfaceBase::InterfaceBase() : ReferenceBase<InterfaceBase>(this) {}

@@ -18,8 +18,7 @@ class TRESK_OPEN_TEMPLATE Pin {
   /// Pins the object of `pointer`, if it is alive.
   explicit Pin(const DynPtrRoot<B>& pointer) noexcept : record_(Detail::recordOf(pointer.acquireWeak())) {
     if (record_ == nullptr) return;
-    if (record_->raiseStrongIfPositive())
-      object_ = static_cast<B*>(record_->object.load(std::memory_order_acquire));
+    if (record_->raiseStrongIfPositive()) object_ = static_cast<B*>(record_->object.load(std::memory_order_acquire));
   }
   Pin(const Pin&) = delete;
   Pin& operator=(const Pin&) = delete;

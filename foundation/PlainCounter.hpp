@@ -3,6 +3,7 @@
 #pragma once
 
 #include <atomic>
+#include <type_traits>
 
 namespace Ostrel {
 
@@ -26,9 +27,10 @@ class alignas(CacheLineSize) PlainCounter {
   Integer get() const noexcept { return value_.load(std::memory_order_relaxed); }
   operator Integer() const noexcept { return get(); }
 
-  /// Adds `amount` and returns the sum.
+  /// Adds `amount` and returns the sum, which wraps around beyond the greatest number.
   Integer add(Integer amount) noexcept {
-    const Integer sum = static_cast<Integer>(get() + amount);
+    using Unsigned = std::make_unsigned_t<Integer>;
+    const Integer sum = static_cast<Integer>(static_cast<Unsigned>(get()) + static_cast<Unsigned>(amount));
     value_.store(sum, std::memory_order_relaxed);
     return sum;
   }

@@ -30,7 +30,8 @@ struct LocalRecords {
 // the dynamic loader keeps for libraries loaded late.
 #define TRESK_FAST_THREAD_LOCAL __attribute__((tls_model("initial-exec")))
 
-TRESK_FAST_THREAD_LOCAL constinit thread_local LocalRecords local = {nullptr, 0, LocalRecords::Unregistered, {0}, nullptr};
+TRESK_FAST_THREAD_LOCAL constinit thread_local LocalRecords local = {
+    nullptr, 0, LocalRecords::Unregistered, {0}, nullptr};
 TRESK_FAST_THREAD_LOCAL constinit thread_local UnctionScope* innermostUnction = nullptr;
 
 }  // namespace

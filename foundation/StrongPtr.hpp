@@ -23,8 +23,8 @@ enum class Forgetting {
 /// The first strong pointer to an object takes over the unit of its birth and runs the deferred step of its class
 /// (Note [The birth unit] in ReferenceBase.hpp); the last one calls `extremeUnction` and deletes the object, on the
 /// thread of that release.
-/// Threads: may be copied, tested, taken from and reset while other threads do the same or assign it (Note [Copying
-/// from a slot that changes] in DynPtr.hpp). Access through a pointer that others change: copy it first.
+/// Threads: may be copied, tested, taken from and reset while other threads do the same and one of them assigns it
+/// (Note [Copying from a slot that changes] in DynPtr.hpp). Access through a pointer that others change: copy it first.
 /// Errors: none. Destructors terminate if a hook or a destructor of the object throws; `reset` and assignment pass
 /// the exception on.
 /// Cost: a copy is two atomic operations and one increment of the counter of ids, and so is its release.
@@ -100,18 +100,13 @@ class TRESK_OPEN_TEMPLATE StrongPtr : public WeakPtr<T, B> {
   void reset() { exchange({0, nullptr}); }
 
   /// Hands the reference over to the result and leaves this pointer empty. Of several threads that take, one gets it.
-  StrongPtr take() {
-    const Detail::PointerWord word = this->word_.exchange(0);
-    this->storeTyped(nullptr);
-    return StrongPtr(heldBy(word));
-  }
+  StrongPtr take() { return StrongPtr(heldBy(this->word_.exchange(0))); }
 
   /// Assigns `other` and hands the former reference to the caller, who lets it die where no lock is held.
   [[nodiscard]] StrongPtr exchangeFor(const StrongPtr& other) {
     if (this->sameRecord(other)) return StrongPtr();
     const Held held = acquire(other);
-    this->storeTyped(held.typed);
-    return StrongPtr(heldBy(this->word_.exchange(held.word)));
+    return StrongPtr(heldBy(this->exchangeWord(held.word, held.typed)));
   }
 
   /// Lets the object go if this pointer is its only strong holder.
@@ -128,10 +123,26 @@ class TRESK_OPEN_TEMPLATE StrongPtr : public WeakPtr<T, B> {
       if (!hasObject || s < 1) return Forgetting::WasInvalid;
       if (s > 1) return Forgetting::IsShared;
       if (!this->word_.compare_exchange_strong(word, 0)) continue;
-      this->storeTyped(nullptr);
       drop(record);
       return Forgetting::Forgotten;
     }
+  }
+
+  /// Gives the reference up unless it is the last one; false if it is, and the pointer then keeps it. So the object does
+  /// not die here. For a pointer that no other thread uses.
+  bool resetUnlessLast() {
+    ReferenceRecord* const record = this->getRecord();
+    if (record == nullptr) return true;
+    std::int32_t s = record->strong.load(std::memory_order_acquire);
+    while (s > 1) {
+      if (!record->strong.compare_exchange_weak(s, s - 1)) continue;
+      if (record->underUnction.load(std::memory_order_relaxed) != 0) record->noteOwnRaise(-1);
+      forget();
+      return true;
+    }
+    if (s == 1) return false;
+    forget();
+    return true;
   }
 
   /// Makes the pointer empty and gives back the weak count only; the strong unit stays with the object. For objects
@@ -152,8 +163,7 @@ class TRESK_OPEN_TEMPLATE StrongPtr : public WeakPtr<T, B> {
   void put(Held held) noexcept { this->publish(held.word, held.typed); }
 
   void exchange(Held held) {
-    this->storeTyped(held.typed);
-    if (ReferenceRecord* const record = Detail::recordOf(this->word_.exchange(held.word))) drop(record);
+    if (ReferenceRecord* const record = Detail::recordOf(this->exchangeWord(held.word, held.typed))) drop(record);
   }
 
   void drop(ReferenceRecord* record) {
@@ -163,10 +173,8 @@ class TRESK_OPEN_TEMPLATE StrongPtr : public WeakPtr<T, B> {
 
   Held detach() noexcept {
     const Detail::PointerWord word = this->word_.load(std::memory_order_relaxed);
-    Held held{word, DynPtr<T, B>::typedOf(*this)};
     this->word_.store(0, std::memory_order_relaxed);
-    this->storeTyped(nullptr);
-    return held;
+    return {word, DynPtr<T, B>::typedOf(*this)};
   }
 
   /// The reference that a word stands for, once the word belongs to us.
@@ -182,7 +190,7 @@ class TRESK_OPEN_TEMPLATE StrongPtr : public WeakPtr<T, B> {
     if (record == nullptr) return {0, nullptr};
     if constexpr (std::is_same_v<T, B>) return {Detail::wordOf(record), nullptr};
     if constexpr (std::is_base_of_v<T, U>) {
-      if ((held.word & Detail::NoCast) == 0) return {held.word, held.typed};
+      if ((held.word & Detail::NoCast) == 0) return heldBy(held.word);
     }
     T* const typed =
         record->strong.load() >= 1 ? Detail::castObject<T, B>(record->object.load()) : static_cast<T*>(nullptr);

@@ -47,10 +47,10 @@ FixedArray<double, 3> Vec3Pack_10_11_11::unpack(unsigned int packed, const Fixed
   FixedArray<double, 3> vector;
   for (int c = 0; c < 3; ++c) {
     const unsigned int stored = packed >> fields[c].shift & fields[c].greatest;
-    vector[c] = isScalable(lower[c], upper[c])
-                    ? lower[c] + static_cast<double>(stored) / static_cast<double>(fields[c].greatest) *
-                                     (upper[c] - lower[c])
-                    : lower[c];
+    vector[c] =
+        isScalable(lower[c], upper[c])
+            ? lower[c] + static_cast<double>(stored) / static_cast<double>(fields[c].greatest) * (upper[c] - lower[c])
+            : lower[c];
   }
   return vector;
 }

@@ -178,8 +178,7 @@ TEST(FieldBaseOrderTest, MembersOfACreatorForSavers) {
   // Type index and type record stand between the last base and the saved age.
   const std::ptrdiff_t endOfBases = offsetOf(static_cast<const SaveableAttributes&>(object), object) +
                                     static_cast<std::ptrdiff_t>(sizeof(SaveableAttributes));
-  EXPECT_EQ(savedAge - endOfBases,
-            static_cast<std::ptrdiff_t>(sizeof(TreskTypeIndex) + sizeof(TreskTypeWeakPtr)));
+  EXPECT_EQ(savedAge - endOfBases, static_cast<std::ptrdiff_t>(sizeof(TreskTypeIndex) + sizeof(TreskTypeWeakPtr)));
 }
 
 TEST(FieldBaseOrderTest, CreatorsBuildOnEachOther) {

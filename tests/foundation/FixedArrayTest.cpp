@@ -60,13 +60,11 @@ struct Concatenated<std::tuple<A...>> {
   using Type = ::testing::Types<A...>;
 };
 template <class... A, class... B, class... Rest>
-struct Concatenated<std::tuple<A...>, std::tuple<B...>, Rest...>
-    : Concatenated<std::tuple<A..., B...>, Rest...> {};
+struct Concatenated<std::tuple<A...>, std::tuple<B...>, Rest...> : Concatenated<std::tuple<A..., B...>, Rest...> {};
 
-using AllArrays =
-    Concatenated<Lengths<double>, Lengths<float>, Lengths<int>, Lengths<unsigned int>, Lengths<short>,
-                 Lengths<unsigned short>, Lengths<char>, Lengths<signed char>, Lengths<unsigned char>,
-                 std::tuple<FixedArray<unsigned int, 8>>>::Type;
+using AllArrays = Concatenated<Lengths<double>, Lengths<float>, Lengths<int>, Lengths<unsigned int>, Lengths<short>,
+                               Lengths<unsigned short>, Lengths<char>, Lengths<signed char>, Lengths<unsigned char>,
+                               std::tuple<FixedArray<unsigned int, 8>>>::Type;
 TYPED_TEST_SUITE(FixedArrayTest, AllArrays);
 
 TYPED_TEST(FixedArrayTest, HoldsItsValuesAndNothingElse) {

@@ -17,10 +17,10 @@
 namespace {
 
 using Ostrel::findInterface;
+using Ostrel::Intercube;
 using Ostrel::Interface;
 using Ostrel::InterfaceBase;
 using Ostrel::InterfaceData;
-using Ostrel::Intercube;
 using Ostrel::StrongPtr;
 
 template <class I>
@@ -240,9 +240,7 @@ TEST_F(InterfaceTest, TypeIsTheTemplateArgument) {
   EXPECT_EQ(InterfacePtr<Text>(new Text(""))->getInterfaceType(), typeid(std::string));
 }
 
-TEST_F(InterfaceTest, AddsNoMemberToItsBase) {
-  EXPECT_EQ(sizeof(Interface<int>), sizeof(InterfaceBase));
-}
+TEST_F(InterfaceTest, AddsNoMemberToItsBase) { EXPECT_EQ(sizeof(Interface<int>), sizeof(InterfaceBase)); }
 
 TEST_F(InterfaceTest, DefaultApplicationsDoNothing) {
   Intercube cube;

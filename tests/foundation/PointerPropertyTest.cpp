@@ -130,21 +130,51 @@ class Comparison {
 
   void step() {
     switch (pick(15)) {
-      case 0: makeObject(); break;
-      case 1: makeUnclaimed(); break;
-      case 2: withTwoTypes([this]<class T, class U>() { copyConstructStrong<T, U>(); }); break;
-      case 3: withTwoTypes([this]<class T, class U>() { copyConstructWeak<T, U>(); }); break;
-      case 4: withTwoTypes([this]<class T, class U>() { strongFromWeak<T, U>(); }); break;
-      case 5: withTwoTypes([this]<class T, class U>() { weakFromStrong<T, U>(); }); break;
-      case 6: withTwoTypes([this]<class T, class U>() { assignStrong<T, U>(); }); break;
-      case 7: withTwoTypes([this]<class T, class U>() { assignWeak<T, U>(); }); break;
-      case 8: withTwoTypes([this]<class T, class U>() { moveConstruct<T, U>(); }); break;
-      case 9: withType([this]<class T>() { moveAssign<T>(); }); break;
-      case 10: withType([this]<class T>() { resetStrong<T>(); }); break;
-      case 11: withType([this]<class T>() { resetWeak<T>(); }); break;
-      case 12: withType([this]<class T>() { takeOrExchange<T>(); }); break;
-      case 13: withType([this]<class T>() { forget<T>(); }); break;
-      default: withType([this]<class T>() { pin<T>(); }); break;
+      case 0:
+        makeObject();
+        break;
+      case 1:
+        makeUnclaimed();
+        break;
+      case 2:
+        withTwoTypes([this]<class T, class U>() { copyConstructStrong<T, U>(); });
+        break;
+      case 3:
+        withTwoTypes([this]<class T, class U>() { copyConstructWeak<T, U>(); });
+        break;
+      case 4:
+        withTwoTypes([this]<class T, class U>() { strongFromWeak<T, U>(); });
+        break;
+      case 5:
+        withTwoTypes([this]<class T, class U>() { weakFromStrong<T, U>(); });
+        break;
+      case 6:
+        withTwoTypes([this]<class T, class U>() { assignStrong<T, U>(); });
+        break;
+      case 7:
+        withTwoTypes([this]<class T, class U>() { assignWeak<T, U>(); });
+        break;
+      case 8:
+        withTwoTypes([this]<class T, class U>() { moveConstruct<T, U>(); });
+        break;
+      case 9:
+        withType([this]<class T>() { moveAssign<T>(); });
+        break;
+      case 10:
+        withType([this]<class T>() { resetStrong<T>(); });
+        break;
+      case 11:
+        withType([this]<class T>() { resetWeak<T>(); });
+        break;
+      case 12:
+        withType([this]<class T>() { takeOrExchange<T>(); });
+        break;
+      case 13:
+        withType([this]<class T>() { forget<T>(); });
+        break;
+      default:
+        withType([this]<class T>() { pin<T>(); });
+        break;
     }
   }
 
@@ -206,10 +236,18 @@ class Comparison {
   template <class F>
   void withType(F f) {
     switch (pick(nTypes)) {
-      case 0: f.template operator()<Root>(); break;
-      case 1: f.template operator()<Shifted>(); break;
-      case 2: f.template operator()<ShiftedLeaf>(); break;
-      default: f.template operator()<Virtual>(); break;
+      case 0:
+        f.template operator()<Root>();
+        break;
+      case 1:
+        f.template operator()<Shifted>();
+        break;
+      case 2:
+        f.template operator()<ShiftedLeaf>();
+        break;
+      default:
+        f.template operator()<Virtual>();
+        break;
     }
   }
   template <class F>
@@ -226,10 +264,14 @@ class Comparison {
 
   Root* makeAny(int kind) {
     switch (kind) {
-      case 0: return new Root;
-      case 1: return new Shifted;
-      case 2: return new ShiftedLeaf;
-      default: return new Virtual;
+      case 0:
+        return new Root;
+      case 1:
+        return new Shifted;
+      case 2:
+        return new ShiftedLeaf;
+      default:
+        return new Virtual;
     }
   }
 

@@ -63,9 +63,9 @@ TEST_F(SaveRegistryTest, AppliesAFormatToItsObject) {
   SaveRegistry<Document> registry(&document);
   Document* seen = nullptr;
   EXPECT_EQ(registry.apply(makeFormat([&](Document* d) {
-              seen = d;
-              return 17;
-            })),
+    seen = d;
+    return 17;
+  })),
             17);
   EXPECT_EQ(seen, &document);
 }

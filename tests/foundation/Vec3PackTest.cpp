@@ -113,8 +113,8 @@ TEST_F(Vec3PackTest, BoundsThatCannotBeScaledBetweenStoreZero) {
     double lower;
     double upper;
   };
-  for (const Bounds& b : std::initializer_list<Bounds>{{2, 2}, {3, 1}, {-infinity, 1}, {0, infinity}, {notANumber, 1},
-                                                       {0, notANumber}, {lowest, highest}}) {
+  for (const Bounds& b : std::initializer_list<Bounds>{
+           {2, 2}, {3, 1}, {-infinity, 1}, {0, infinity}, {notANumber, 1}, {0, notANumber}, {lowest, highest}}) {
     const Vec3 lower(0, b.lower, 0);
     const Vec3 upper(1, b.upper, 1);
     for (const double value : {-1.0, 0.5, 2.0, 9.0, infinity, notANumber}) {

@@ -48,9 +48,7 @@ TEST_F(WeakPtrTest, FromAnObjectCountsWeakOnlyAndClaimsNothing) {
   EXPECT_TRUE(pointer.isValid()) << "the unit of the birth is enough";
 }
 
-TEST_F(WeakPtrTest, FromNullIsEmpty) {
-  EXPECT_EQ(Weak(static_cast<Root*>(nullptr)).getRecord(), nullptr);
-}
+TEST_F(WeakPtrTest, FromNullIsEmpty) { EXPECT_EQ(Weak(static_cast<Root*>(nullptr)).getRecord(), nullptr); }
 
 TEST_F(WeakPtrTest, CopyAddsOneWeakCount) {
   const Strong owner(new Root);

@@ -64,9 +64,7 @@ using CanaryCreator = Ostrel::AlzheimerCreator<CanaryData, CanaryCreatorBase>;
 class CanaryProducer : public CanaryCreatorBase::Producer {
  public:
   explicit CanaryProducer(int creator) : number_(creator) {}
-  CanaryPtr produce(const WeakPtr<CanaryCreatorBase, Creature>&) override {
-    return CanaryPtr(new CanaryData(number_));
-  }
+  CanaryPtr produce(const WeakPtr<CanaryCreatorBase, Creature>&) override { return CanaryPtr(new CanaryData(number_)); }
   bool canProduce() override { return true; }
   bool isUnderCreation() const override { return false; }
 
@@ -196,7 +194,9 @@ TYPED_TEST(SlotStressTest, SlotsAreAssignedTakenCopiedForgottenAndUpgradedAtOnce
       common.run(nRounds, [&](int) {
         const std::size_t slot = random() % nSlots;
         switch (random() % 4) {
-          case 0: slots[slot] = Strong(new T); break;
+          case 0:
+            slots[slot] = Strong(new T);
+            break;
           case 1: {
             const Strong made(new T);
             slots[slot] = made;
@@ -225,8 +225,12 @@ TYPED_TEST(SlotStressTest, SlotsAreAssignedTakenCopiedForgottenAndUpgradedAtOnce
             if (taken && !taken->canary.isAlive()) ++nWrong;
             break;
           }
-          case 1: slots[slot].reset(); break;
-          default: static_cast<void>(slots[slot].forgetIfSole()); break;
+          case 1:
+            slots[slot].reset();
+            break;
+          default:
+            static_cast<void>(slots[slot].forgetIfSole());
+            break;
         }
       });
     });

@@ -8,6 +8,7 @@
 #include <tresk/field/MemArray.hpp>
 #include <tresk/field/OnDemandCreator.hpp>
 
+#include <atomic>
 #include <functional>
 #include <memory>
 #include <string>
@@ -88,8 +89,7 @@ class ArrayProducer : public Ostrel::CreatorBase<Tresk::MemBase>::Producer {
   explicit ArrayProducer(std::function<MemBasePtr()> makeOne, const std::string& producerName = "array producer")
       : Producer(producerName), make(std::move(makeOne)) {}
 
-  MemBasePtr produce(
-      const Ostrel::WeakPtr<Ostrel::CreatorBase<Tresk::MemBase>, Ostrel::Creature>& creator) override {
+  MemBasePtr produce(const Ostrel::WeakPtr<Ostrel::CreatorBase<Tresk::MemBase>, Ostrel::Creature>& creator) override {
     ++nProductions;
     lastCreator = creator;
     return make();
@@ -156,10 +156,10 @@ class WatchedCreator : public Kind {
     return Kind::getCacheable();
   }
 
-  int nReleases = 0;
-  int nProductions = 0;
-  int nQuestions = 0;
-  int nCacheableQuestions = 0;
+  std::atomic<int> nReleases{0};
+  std::atomic<int> nProductions{0};
+  std::atomic<int> nQuestions{0};
+  std::atomic<int> nCacheableQuestions{0};
   std::function<void()> onRelease;
   std::function<void()> onQuestion;
   std::function<void()> onDeath;
