@@ -6,6 +6,9 @@
 
 #include <cstdlib>
 #include <vector>
+#if defined(__linux__)
+#include <sys/mman.h>
+#endif
 #if defined(__SSE2__)
 #include <emmintrin.h>
 #endif
@@ -18,6 +21,7 @@ using Point = Quorvel::PhysicalSpace::point;
 using ExplicitAxis = CoordinateAxisArray<double, ExplicitCoordinateAxisArray>;
 
 constexpr unsigned long long Edge = 256;
+constexpr std::size_t PageSize = 4096;
 
 std::vector<double> positions(double origin, double step) {
   std::vector<double> axis(Edge);
@@ -25,13 +29,16 @@ std::vector<double> positions(double origin, double step) {
   return axis;
 }
 
-/// The raw twin: the same doubles into fresh memory by streaming stores.
+/// The raw twin: the same doubles into fresh memory on large pages by streaming stores.
 void writeRaw(benchmark::State& state) {
   const std::vector<double> x = positions(0.0, 0.1);
   const std::vector<double> y = positions(1.0, 0.2);
   const std::vector<double> z = positions(2.0, 0.3);
   for (auto _ : state) {
-    auto* const out = static_cast<double*>(std::aligned_alloc(64, Edge * Edge * Edge * 24));
+    auto* const out = static_cast<double*>(std::aligned_alloc(PageSize, Edge * Edge * Edge * 24));
+#if defined(__linux__)
+    madvise(out, Edge * Edge * Edge * 24, MADV_HUGEPAGE);
+#endif
     double* p = out;
     for (unsigned long long k = 0; k < Edge; ++k) {
       for (unsigned long long j = 0; j < Edge; ++j) {
@@ -73,8 +80,7 @@ const Rows rows([] {
       [](benchmark::State& state) {
         using Grid = DirectProductMemArray<Point, ExplicitCoordinateAxisArray, 3>;
         const Ostrel::StrongPtr<Grid, Ostrel::Cacheable> grid(new Grid(CreatorWeakPtr()));
-        for (int c = 0; c < 3; ++c)
-          grid->setAxis(c, Grid::AxisPtr(new ExplicitAxis(positions(c, 0.1 * (c + 1)))));
+        for (int c = 0; c < 3; ++c) grid->setAxis(c, Grid::AxisPtr(new ExplicitAxis(positions(c, 0.1 * (c + 1)))));
         for (auto _ : state) {
           const MemBasePtr points = grid->makeExplicit(CreatorWeakPtr());
           benchmark::DoNotOptimize(points->getDataPointer());

@@ -7,6 +7,7 @@
 #include <tresk/field/PointRows.hpp>
 #include <tresk/foundation/SaveRegistry.hpp>
 
+#include <algorithm>
 #include <type_traits>
 #include <vector>
 
@@ -31,8 +32,12 @@ template <class V, class Kind, int N>
 void DirectProductMemArrayBase<V, Kind, N>::computeCoordinate(const MultiIndex<N>& index, V& point) const noexcept {
   for (int d = 0; d < N; ++d) {
     const unsigned int c = getAxisMap(d);
-    if (c < static_cast<unsigned int>(N) && getAxis(static_cast<int>(c)))
-      point[static_cast<int>(c)] = getAxis(static_cast<int>(c))->getPosition(index[d]);
+    if (c >= static_cast<unsigned int>(N)) continue;
+    const AxisPtr& axis = getAxis(static_cast<int>(c));
+    if (!axis) continue;
+    // An axis that lists nothing has no position even for the corners of the array.
+    if (std::is_same_v<Kind, ExplicitCoordinateAxisArray> && axis->nPositions() == 0) continue;
+    point[static_cast<int>(c)] = axis->getPosition(index[d]);
   }
 }
 
@@ -231,7 +236,7 @@ const std::type_info& DirectProductMemArray<T, Kind, N>::getElementType() const 
 template <class T, class Kind, int N>
 std::string DirectProductMemArray<T, Kind, N>::getElementString(unsigned long long index) const {
   const MultiIndex<N> size = this->getIndexSize();
-  if (size.nElements() == 0) return std::string();
+  if (std::find(size.begin(), size.end(), 0U) != size.end()) return std::string();
   MultiIndex<N> position;
   for (int d = 0; d < N; ++d) {
     position[d] = index % size[d];
@@ -265,8 +270,7 @@ MemBasePtr DirectProductMemArray<T, Kind, N>::copy(const CreatorWeakPtr& creator
 
 template <class T, class Delta, int N>
 LinearDirectProductMemArray<T, Delta, N>::LinearDirectProductMemArray(const MultiIndex<N>& size, const T& origin,
-                                                                      const Delta& delta,
-                                                                      const CreatorWeakPtr& creator)
+                                                                      const Delta& delta, const CreatorWeakPtr& creator)
     : MemBase(Detail::indexOfType<T>(), creator),
       DirectProductMemArray<T, LinearCoordinateAxisArray, N>(creator),
       origin_(origin),
@@ -280,7 +284,8 @@ LinearDirectProductMemArray<T, Delta, N>::LinearDirectProductMemArray(const Mult
 template <class T, class Delta, int N>
 LinearDirectProductMemArray<T, Delta, N>::LinearDirectProductMemArray(const LinearDirectProductMemArray& other,
                                                                       const CreatorWeakPtr& creator)
-    : MemBase(Detail::indexOfType<T>(), creator), DirectProductMemArray<T, LinearCoordinateAxisArray, N>(other, creator) {}
+    : MemBase(Detail::indexOfType<T>(), creator),
+      DirectProductMemArray<T, LinearCoordinateAxisArray, N>(other, creator) {}
 
 template <class T, class Delta, int N>
 const double* LinearDirectProductMemArray<T, Delta, N>::getOrigin() const {

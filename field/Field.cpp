@@ -3,6 +3,7 @@
 #include <tresk/field/Field.hpp>
 
 #include <tresk/field/CreativeArray.hpp>
+#include <tresk/field/WalkHolder.hpp>
 #include <tresk/foundation/SaveRegistry.hpp>
 
 #include <algorithm>
@@ -22,23 +23,6 @@ FragmentIDCollectionPtr collectionOf(const FieldWeakPtr& sibling) {
 }
 
 using DiscardableCreator = Ostrel::AlzheimerCreator<MemBase, CreativeArrayBase>;
-
-/// Holds one creator after the other during a walk under a field's lock. It is declared before the lock: slots are
-/// reassigned under the shared lock, and a creator that only the walk still holds dies after it, as its end may ask
-/// the field.
-class WalkHolder {
- public:
-  /// The creator of a slot, held until the next call; null if there is none.
-  CreativeArrayBase* hold(const CreatorPtr& slot) {
-    if (!held_.resetUnlessLast()) last_.push_back(std::move(held_));
-    held_ = slot;
-    return held_ ? held_.get() : nullptr;
-  }
-
- private:
-  CreatorPtr held_;
-  std::vector<CreatorPtr> last_;
-};
 
 }  // namespace
 
@@ -210,16 +194,6 @@ void Field::touchAndOwn(const CreatorPtr& creator) {
   if (!creator) return;
   creator->addOwner(getSelf());
   creator->forEachOwner(&age);
-}
-
-template <class F>
-void Field::visitCreators(const F& f) const {
-  WalkHolder holder;
-  const SharedFragmentLock lock(mutex_);
-  for (const CreatorPtr& value : fragments_.values) {
-    CreativeArrayBase* const creator = holder.hold(value);
-    if (creator != nullptr && f(*creator)) return;
-  }
 }
 
 // --------------------------------------------------------------------------------------------------------- reading
@@ -455,7 +429,7 @@ const std::type_info& Field::getFieldStorageType() const {
 
 SizePtr Field::getSize() const {
   const Ostrel::StrongPtr<FragmentedSizeInterface, Ostrel::InterfaceBase> known(findInterface(typeid(SizeInterface)));
-  WalkHolder holder;
+  Detail::WalkHolder holder;
   const SharedFragmentLock lock(mutex_);
   const unsigned long long nEntries = fragments_.keys.size();
   if (known && known->getFragmentCount() == nEntries) return known;
@@ -475,8 +449,8 @@ SizePtr Field::getSize() const {
 }
 
 bool Field::isCompatible(const Field& other) {
-  WalkHolder mineHolder;
-  WalkHolder theirsHolder;
+  Detail::WalkHolder mineHolder;
+  Detail::WalkHolder theirsHolder;
   const SharedFragmentLock lock(mutex_);
   for (std::size_t i = 0; i < fragments_.keys.size(); ++i) {
     const CreativeArrayBase* const mine = mineHolder.hold(fragments_.values[i]);

@@ -8,8 +8,10 @@
 #include <tresk/field/FragmentMutex.hpp>
 #include <tresk/field/MemArrayProperties.hpp>
 
+#include <functional>
 #include <list>
 #include <map>
+#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -21,6 +23,9 @@ using CreatorContainer = Ownable<CreativeArrayBase, CreativeArrayBaseContainerBa
 /// A field, held and observed.
 using FieldPtr = Ostrel::StrongPtr<Field, CreatorContainer>;
 using FieldWeakPtr = Ostrel::WeakPtr<Field, CreatorContainer>;
+
+/// A snapshot of a field's table: the numbers of its fragments and their creators, which may be empty.
+using fragment_copy_t = std::vector<std::pair<std::uint32_t, CreatorPtr>>;
 
 /// A creator together with its fragment.
 using CreatorWithFragment = std::pair<CreatorPtr, FragmentIDPtr>;
@@ -169,6 +174,38 @@ class TRESK_EXPORT Field : public CreatorContainer,
   /// Asks all creators to release, and drops them. Age and collection stay.
   void clear();
 
+  // Walks in the order of numbers. `f` is called as `f(fragment, creator)`; without a living collection the fragment is
+  // empty. The answer counts the calls that returned true.
+
+  using FragmentFunction = std::function<bool(const FragmentIDPtr&, const CreatorPtr&)>;
+
+  /// Calls `f` for each fragment that has a creator, until it returns false; an empty `f` is called for none.
+  ///
+  /// With a living collection:
+  /// - `parallel` false, `snapshot` false: under the shared lock. `f` may read the field and must not bind or clear.
+  /// - `parallel` false, `snapshot` true: over a copy of the table without a lock. `f` may bind fragments, which are
+  ///   not visited.
+  /// - `parallel` true: one task for each entry on a thread of its own, without a lock while they run, so that there
+  ///   are as many threads at once as fragments. `f` is called for entries without a creator too, and false stops
+  ///   nothing. The first exception in the order of fragments is rethrown when all tasks have ended. `snapshot` says
+  ///   whether the tasks are launched from a copy, or under the shared lock.
+  ///
+  /// Without one both flags are ignored: a single entry is visited even if it has no creator, more of them over a
+  /// copy.
+  unsigned int iterate(const FragmentFunction& f, bool parallel, bool snapshot) const;
+  /// Calls `iterator` for each fragment that has a creator and that a living `selector` selects, until it returns
+  /// false. Over a copy of the table, without a lock.
+  ///
+  /// Without a living collection `selector` is not asked; a single entry is visited even if it has no creator, and
+  /// more of them under the shared lock, where the answer is always 0.
+  unsigned int iterate(FragmentIterator& iterator,
+                       const Ostrel::WeakPtr<FragmentSelector, FragmentSelector>& selector) const;
+  /// The same with the number in place of the fragment, whether there is a collection or not. With `snapshot` over a
+  /// copy of the table; else over the table itself without any lock, up to the present number of entries: nobody else
+  /// adds fragments meanwhile.
+  unsigned int iterate(FragmentIndexIterator& iterator,
+                       const Ostrel::WeakPtr<FragmentSelector, FragmentSelector>& selector, bool snapshot) const;
+
   // Questions about the content. None of them produces data.
 
   /// The number of entries, those without a creator included.
@@ -190,6 +227,24 @@ class TRESK_EXPORT Field : public CreatorContainer,
   SizePtr getSize() const;
   /// Whether no fragment that both fields have differs in a known size.
   bool isCompatible(const Field& other);
+
+  /// The newest data age of all creators, but at least the present time of the global clock, and so as a rule just
+  /// that. Takes no lock.
+  Ostrel::Ageable getMostRecentCreatorAge() const;
+  /// The same of the ages of attributes.
+  Ostrel::Ageable getMostRecentAttributeAge() const;
+  /// Whether the data or the attributes of some creator are newer than `age`. The field's own age does not count.
+  bool hasFragmentsNewerThan(const Ostrel::Ageable& age) const;
+  /// Adds to `inMemory` the bytes that the creators hold now, and to `fullSize` those of all data whose size is known.
+  /// Returns 1 if some creator holds bytes, 0 if none does, and -1 with both arguments untouched if the element type
+  /// is unknown.
+  int getMemoryUsage(unsigned long long& inMemory, unsigned long long& fullSize) const;
+  /// Writes the number of fragments on one line of the standard output, behind `indent` blanks; nothing if `limit` is
+  /// at least 1 and smaller than `indent`.
+  void Speak(int indent, int limit) const;
+  /// A description as text: element type, collection, and each fragment with its size and whether it holds data.
+  /// Deliberately no well-formed document: consumers match it literally.
+  std::string xml() const;
 
   /// The age of the field: the time of the last change of its table.
   const Ostrel::Ageable& getAge() const noexcept { return *this; }
@@ -215,9 +270,20 @@ class TRESK_EXPORT Field : public CreatorContainer,
   /// Calls `f(creator)` for each living creator in key order under the shared lock, until it returns true.
   template <class F>
   void visitCreators(const F& f) const TRESK_EXCLUDES(mutex_);
+  /// A copy of the table.
+  fragment_copy_t getFragmentsCopy() const TRESK_EXCLUDES(mutex_);
+  /// The one entry of a field that has just one.
+  std::optional<CreatorPtr> getOnlyEntry() const TRESK_EXCLUDES(mutex_);
+  /// The walks of fields without a collection.
+  unsigned int iterateUnnamed(const FragmentFunction& f) const;
+  /// One task for each entry.
+  unsigned int iterateParallel(const FragmentFunction& f, const FragmentIDCollection& collection, bool snapshot) const;
   /// What every constructor does first.
   void offerToSavers();
   void reserveForShape();
+
+  template <int>
+  friend class RegularlyFragmentedField;
 
   FragmentIDCollectionPtr collection_;
   mutable fragment_mutex_t mutex_;  ///< guards the structure of the table: keys, positions, sizes
@@ -225,5 +291,10 @@ class TRESK_EXPORT Field : public CreatorContainer,
   std::map<Ostrel::WeakPtr<BinderBase, BinderBase>, std::list<CreatorWeakPtr>> binderTable_;  ///< for savers
   std::list<CreatorWeakPtr> creatorList_;                                                     ///< for savers
 };
+
+/// Builds a small field by each of the ways to bind data, as a sample: "First Fragment" with data that are kept,
+/// "Second Fragment" with the same data, and "On-Demand Fragment" with a function. The three fragments stay in `field`.
+/// True if the data are still what was written to them.
+TRESK_EXPORT bool fieldSyntaxCheck(Field& field);
 
 }  // namespace Tresk

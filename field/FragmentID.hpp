@@ -32,6 +32,9 @@ class TRESK_EXPORT FragmentID : public Ostrel::ReferenceBase<FragmentID>, public
   /// Index of the fragment in its collection; 0 for a free-standing one.
   unsigned int getNumericalID() const noexcept { return number_.load(std::memory_order_relaxed); }
 
+  /// Number and name as two lines of text. The name is not escaped.
+  std::string xml() const;
+
  private:
   friend class FragmentIDCollection;
 

@@ -65,6 +65,28 @@ FragmentIDPtr& FragmentIDCollection::append(unsigned int number, const std::stri
   return identifiers_->vector().emplace_back(fragment);
 }
 
+void FragmentIDCollection::fill(const DynamicSize& shape, const std::string& suffix) {
+  const unsigned long long nSlots = shape.nElements();
+  const SlotChunk slots(new Ostrel::Chunk<FragmentIDPtr>(nSlots));
+  std::unordered_map<std::string, std::uint32_t> index;
+  index.max_load_factor(1.0F);
+  index.reserve(nSlots);
+  std::vector<unsigned long long> position(static_cast<std::size_t>(shape.Dims()), 0);
+  for (unsigned long long i = 0; i < nSlots; ++i) {
+    std::string name;
+    for (const unsigned long long p : position) name += (name.empty() ? "" : "x") + std::to_string(p);
+    name += suffix;
+    const auto number = static_cast<unsigned int>(i);
+    slots->vector()[i] = FragmentIDPtr(new FragmentID(name, number, self()));
+    index[name] = number;
+    for (int d = 0; d < shape.Dims() && ++position[static_cast<std::size_t>(d)] == shape[d]; ++d)
+      position[static_cast<std::size_t>(d)] = 0;
+  }
+  identifiers_ = slots;
+  index_.swap(index);
+  shape_ = shape;
+}
+
 FragmentIDPtr& FragmentIDCollection::makeFragmentID(const std::string& name) {
   const auto known = index_.find(name);
   if (known != index_.end() && known->second < nFragmentIDs()) return identifiers_->vector()[known->second];

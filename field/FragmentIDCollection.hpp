@@ -68,6 +68,10 @@ class TRESK_EXPORT FragmentIDCollection : public Ostrel::ReferenceBase<FragmentI
   /// outside 1 to 3.
   Ostrel::StrongPtr<TypedArray<FragmentIDPtr>, Ostrel::Cacheable> getFragmentIDArray() const;
 
+  /// All slots as text. It names the address of this collection, by which two descriptions tell whether they share
+  /// one.
+  std::string xml() const;
+
   /// The number of slots, those without a fragment included.
   unsigned long long nFragmentIDs() const noexcept { return getFragmentIDs().size(); }
   /// The slots in numerical order.
@@ -76,11 +80,17 @@ class TRESK_EXPORT FragmentIDCollection : public Ostrel::ReferenceBase<FragmentI
   const DynamicSize& getShape() const noexcept { return shape_; }
 
  private:
+  template <int>
+  friend class RegularlyFragmentedField;
+
   using SlotChunk = Ostrel::StrongPtr<Ostrel::TypedChunk<FragmentIDPtr>, Ostrel::ChunkBase>;
 
   Ostrel::WeakPtr<FragmentIDCollection, FragmentIDCollection> self() { return getSelf(); }
   /// Makes room for one more slot and returns its number. An array that shows the present storage keeps it.
   unsigned int prepareSlot();
+  /// Makes this a collection of the given shape with one fragment for each index, in place of all former slots. Names
+  /// are the indices joined by "x", and then `suffix`. Throws `std::length_error` if a vector cannot hold that many.
+  void fill(const DynamicSize& shape, const std::string& suffix);
   /// Adds a slot under a name.
   FragmentIDPtr& append(unsigned int number, const std::string& name, const FragmentIDPtr& fragment);
 

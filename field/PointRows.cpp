@@ -2,6 +2,7 @@
 // Copyright (c) 2026 the Tresk authors
 #include <tresk/field/PointRows.hpp>
 
+#include <algorithm>
 #include <cstdint>
 #include <unistd.h>
 #if defined(__SSE2__)
@@ -39,8 +40,8 @@ template <int Varying>
 void streamRow2(double* out, const double* point, const double* positions, std::size_t n) noexcept {
   if (!isAligned(out)) return writeRow<2, Varying>(out, point, positions, n);
   for (std::size_t i = 0; i < n; ++i)
-    _mm_stream_pd(out + 2 * i, _mm_set_pd(valueOf<1, Varying>(point, positions, i),
-                                          valueOf<0, Varying>(point, positions, i)));
+    _mm_stream_pd(out + 2 * i,
+                  _mm_set_pd(valueOf<1, Varying>(point, positions, i), valueOf<0, Varying>(point, positions, i)));
 }
 
 /// Two points are three aligned pairs of doubles.
@@ -130,8 +131,9 @@ void finishStreaming() noexcept {
 
 std::size_t streamingThreshold() noexcept {
   static const std::size_t threshold = [] {
+    constexpr std::size_t Largest = std::size_t{32} << 20;  // what one core can use, where the system tells of all
     const long bytes = sysconf(_SC_LEVEL3_CACHE_SIZE);
-    return bytes > 0 ? static_cast<std::size_t>(bytes) : std::size_t{32} << 20;
+    return bytes > 0 ? std::min(static_cast<std::size_t>(bytes), Largest) : Largest;
   }();
   return threshold;
 }

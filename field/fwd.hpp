@@ -42,12 +42,20 @@ class CreativeArrayBase;
 class CreativeArray;
 class FunctionalCreatorBase;
 class FunctionalCreator;
+class AsynchronCreator;
 
 class FragmentID;
 class FragmentIDCollection;
 class FragmentIDCollectionProvider;
 class FragmentIDContainer;
+class FragmentIterator;
+class FragmentIndexIterator;
+class FragmentSelector;
 class Field;
+template <int N>
+class RegularlyFragmentedField;
+class BaseSpace;
+class BaseSpaceDependency;
 
 #pragma GCC visibility pop
 

@@ -3,7 +3,10 @@
 #pragma once
 
 #include <tresk/foundation/ChunkBase.hpp>
+#include <tresk/foundation/LargePages.hpp>
 
+#include <concepts>
+#include <stdexcept>
 #include <vector>
 
 namespace Ostrel {
@@ -33,8 +36,19 @@ class TRESK_OPEN_TEMPLATE Chunk : public TypedChunk<T>, public std::vector<T> {
  public:
   /// \param count number of elements
   /// \param reserveOnly makes an empty chunk with room for `count` elements, which count no bytes
-  explicit Chunk(unsigned long long count, bool reserveOnly = false) : std::vector<T>(reserveOnly ? 0 : count) {
-    if (reserveOnly) this->std::vector<T>::reserve(count);
+  explicit Chunk(unsigned long long count, bool reserveOnly = false) {
+    if (!reserveOnly) testCount(count);
+    allocate(count);
+    if (!reserveOnly) this->std::vector<T>::resize(count);
+    ChunkBase::TotalMemsize.add(nBytes());
+  }
+  /// A chunk of the elements that `fill(elements)` appends to an empty vector with room for `count` of them. Each
+  /// element is written once, where the other constructor writes zeros first.
+  template <std::invocable<std::vector<T>&> Fill>
+  Chunk(unsigned long long count, const Fill& fill) {
+    testCount(count);
+    allocate(count);
+    fill(static_cast<std::vector<T>&>(*this));
     ChunkBase::TotalMemsize.add(nBytes());
   }
   ~Chunk() override { ChunkBase::TotalMemsize.add(-nBytes()); }
@@ -59,8 +73,20 @@ class TRESK_OPEN_TEMPLATE Chunk : public TypedChunk<T>, public std::vector<T> {
   }
 
  private:
-  explicit Chunk(const std::vector<T>& elements) : std::vector<T>(elements) { ChunkBase::TotalMemsize.add(nBytes()); }
+  explicit Chunk(const std::vector<T>& elements) {
+    allocate(elements.size());
+    this->std::vector<T>::operator=(elements);
+    ChunkBase::TotalMemsize.add(nBytes());
+  }
 
+  void testCount(unsigned long long count) const {
+    if (count > this->max_size()) throw std::length_error("cannot create std::vector larger than max_size()");
+  }
+  /// Room for `count` elements, on large pages before the first of them is written.
+  void allocate(unsigned long long count) {
+    this->std::vector<T>::reserve(count);
+    Detail::preferLargePages(this->std::vector<T>::data(), count * sizeof(T));
+  }
   long long nBytes() const noexcept { return static_cast<long long>(this->std::vector<T>::size() * sizeof(T)); }
 };
 

@@ -113,6 +113,12 @@ class TRESK_OPEN_TEMPLATE StrongPtr : public WeakPtr<T, B> {
   /// A reference that another thread takes between the test and the release keeps the object alive; this pointer has
   /// let go of it all the same.
   Forgetting forgetIfSole() {
+    StrongPtr former;
+    return forgetIfSole(former);
+  }
+  /// The same, with the reference in `former` instead of nowhere, so that the caller lets it die where no lock is held.
+  /// \param former an empty pointer that nobody else uses
+  Forgetting forgetIfSole(StrongPtr& former) {
     for (;;) {
       Detail::PointerWord word = this->word_.load(std::memory_order_acquire);
       ReferenceRecord* const record = Detail::recordOf(word);
@@ -123,7 +129,7 @@ class TRESK_OPEN_TEMPLATE StrongPtr : public WeakPtr<T, B> {
       if (!hasObject || s < 1) return Forgetting::WasInvalid;
       if (s > 1) return Forgetting::IsShared;
       if (!this->word_.compare_exchange_strong(word, 0)) continue;
-      drop(record);
+      former.exchange(heldBy(word));
       return Forgetting::Forgotten;
     }
   }

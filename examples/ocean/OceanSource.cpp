@@ -3,9 +3,22 @@
 #include "OceanSource.hpp"
 
 #include <array>
+#include <cmath>
 #include <stdexcept>
 
 namespace Example {
+
+double Axis::getStep() const {
+  return values.size() < 2 ? 0.0 : (values.back() - values.front()) / static_cast<double>(values.size() - 1);
+}
+
+bool Axis::isEvenlySpaced() const {
+  const double step = getStep();
+  for (std::size_t i = 0; i < values.size(); ++i)
+    if (std::abs(values.front() + static_cast<double>(i) * step - values[i]) > StepTolerance * std::abs(step))
+      return false;
+  return true;
+}
 
 void OceanSource::readSlab(std::size_t month, std::size_t depth, std::span<double> cells) const {
   const std::size_t nCells = nLongitudes() * nLatitudes();

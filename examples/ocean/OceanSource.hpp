@@ -11,8 +11,16 @@ namespace Example {
 
 /// The cells of one dimension.
 struct Axis {
+  /// How far, in steps, a cell may lie from its place on an evenly spaced axis: sources round to single precision.
+  static constexpr double StepTolerance = 1e-4;
+
   std::string unit;
   std::vector<double> values;  ///< coordinate of each cell, in `unit`
+
+  /// Mean distance of neighbours; 0 with less than two cells.
+  double getStep() const;
+  /// Whether all cells lie a multiple of the step from the first, within the tolerance.
+  bool isEvenlySpaced() const;
 };
 
 /// What a source tells about itself.

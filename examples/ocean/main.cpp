@@ -7,8 +7,10 @@
 
 #include "AnalyticOcean.hpp"
 #include "OceanField.hpp"
+#include "OceanGrid.hpp"
 #include "Report.hpp"
 #include "Statistics.hpp"
+#include "YearReport.hpp"
 #ifdef TRESK_OCEAN_WITH_NETCDF
 #include "OceanFile.hpp"
 #endif
@@ -69,12 +71,17 @@ class Demonstration {
 
   bool run() {
     describeSource();
+    describeGrid();
     bind();
     readSome();
     readEverything();
     forget();
     readMonthByMonth();
     showMoments();
+    YearReport year(*ocean_, source_, std::cout, [this](bool holds, const std::string& what) { check(holds, what); });
+    year.showMean(7);
+    year.showProduction(8);
+    year.showAccounts(9);
     return showChecks();
   }
 
@@ -105,16 +112,10 @@ class Demonstration {
       std::cout << label << x.size() << " " << name << ", " << x.front();
       if (x.size() > 1) std::cout << " to " << x.back();
       std::cout << " " << axis.unit;
-      if (x.size() > 2) {
-        const double step = x[1] - x[0];
-        const bool isEven = std::adjacent_find(x.begin(), x.end(), [step](double a, double b) {
-                              return std::abs(b - a - step) > 1e-6 * std::abs(step);
-                            }) == x.end();
-        if (isEven)
-          std::cout << " in steps of " << step;
-        else
-          std::cout << ", unevenly spaced";
-      }
+      if (x.size() > 2 && axis.isEvenlySpaced())
+        std::cout << " in steps of " << axis.getStep();
+      else if (x.size() > 2)
+        std::cout << ", unevenly spaced";
       std::cout << "\n";
     };
     std::cout << "An ocean as a field of fragments, each read when it is asked for\n\n";
@@ -130,6 +131,45 @@ class Demonstration {
               << (ocean.missingMark == "NaN" ? "\n" : " in the source, NaN in memory\n");
   }
 
+  /// The coordinates of the cells need no memory of their own.
+  void describeGrid() {
+    const GridPtr grid = makeGrid(source());
+    const Tresk::MultiIndex<3> size = grid->getIndexSize();
+    const unsigned long long last = grid->nElements() - 1;
+    const Tresk::MemBasePtr points = grid->makeExplicit(Tresk::CreatorWeakPtr());
+    const auto* const written = static_cast<const Quorvel::PhysicalSpace::point*>(points->getDataPointer());
+    std::cout << "\n1. The grid: coordinates that are computed, not stored\n\n";
+    std::cout << "  Points        " << size[0] << " x " << size[1] << " x " << size[2] << " = "
+              << grouped(grid->nElements()) << ", from " << grid->getElementString(0) << " to "
+              << grid->getElementString(last) << "\n";
+    std::cout << "  Axes          " << bytes(getAxisMemory(*grid)) << " held for all of them; written out they take "
+              << bytes(points->memsize()) << "\n";
+    bool isEqual = points->nElements() == grid->nElements();
+    const Axis *x = &source().longitude, *y = &source().latitude, *z = &source().depth;
+    std::size_t p = 0;
+    for (const double depth : z->values)
+      for (const double latitude : y->values)
+        for (const double longitude : x->values) {
+          const Quorvel::PhysicalSpace::point& point = written[p++];
+          isEqual = isEqual && point[0] == longitude && point[1] == latitude && point[2] == depth;
+        }
+    check(isEqual, "the coordinates are those of the source, bit for bit");
+    check(getAxisMemory(*grid) == 8 * (x->values.size() + y->values.size() + z->values.size()),
+          "coordinates hold their axes alone");
+
+    const LevelGridPtr level = makeLevelGrid(source());
+    if (!level) return;
+    std::cout << "  One level     " << bytes(getAxisMemory(*level)) << " held, as longitudes and latitudes are evenly "
+              << "spaced: two origins and two steps\n";
+    double largest = 0;
+    const Tresk::MemBasePtr plane = level->makeExplicit(Tresk::CreatorWeakPtr());
+    const auto* const computed = static_cast<const Quorvel::FixedArray<double, 2>*>(plane->getDataPointer());
+    for (std::size_t i = 0; i < plane->nElements(); ++i)
+      for (int c = 0; c < 2; ++c) largest = std::max(largest, std::abs(computed[i][c] - written[i][c]));
+    check(largest <= Axis::StepTolerance * std::max(std::abs(x->getStep()), std::abs(y->getStep())),
+          "evenly spaced axes give the coordinates of the source again");
+  }
+
   void bind() {
     const unsigned long long resident = residentMemory();
     const double begin = Progress::seconds();
@@ -141,7 +181,7 @@ class Demonstration {
     const std::size_t nFragments = field().nFragments();
     const std::string extents = std::to_string(source_->nLongitudes()) + " x " + std::to_string(source_->nLatitudes());
     const std::string count = std::to_string(nFragments);
-    std::cout << "\n1. Bind: a creator for every month at every depth, and nothing read\n\n";
+    std::cout << "\n2. Bind: a creator for every month at every depth, and nothing read\n\n";
     std::cout << "  Fragments     " << nFragments << ", bound in " << duration(time) << " ("
               << duration(time / static_cast<double>(nFragments)) << " each); slabs read: " << now.nSlabsRead << "\n";
     std::cout << "  Element type  " << now.type << ", declared before any data exist\n";
@@ -173,7 +213,7 @@ class Demonstration {
     const FragmentIDPtr byNumber = fragments[fragments.size() / 2];
     const FragmentIDPtr byObject = fragments.back();
 
-    std::cout << "\n2. Read three fragments, asked for in three ways\n\n";
+    std::cout << "\n3. Read three fragments, asked for in three ways\n\n";
     Table table({"asked for by", "fragment", "number", "first\nread", "again\n", "cells with\nwater", "min\n" + unit(),
                  "max\n" + unit(), "mean\n" + unit()},
                 2);
@@ -201,7 +241,7 @@ class Demonstration {
   }
 
   void readEverything() {
-    std::cout << "\n3. Read everything: each depth over all months\n\n";
+    std::cout << "\n4. Read everything: each depth over all months\n\n";
     const double begin = Progress::seconds();
     std::vector<Statistics> depths;
     {
@@ -243,7 +283,7 @@ class Demonstration {
   }
 
   void forget() {
-    std::cout << "\n4. Forget everything, and read one fragment again\n\n";
+    std::cout << "\n5. Forget everything, and read one fragment again\n\n";
     const FragmentIDPtr fragment = field().getFragmentID(chosenName());
     const unsigned long long given = Ostrel::Cache::MemCache()->trim(Everything);
     const Moment forgotten = observe("everything forgotten");
@@ -286,7 +326,7 @@ class Demonstration {
   }
 
   void showMoments() {
-    std::cout << "\n5. What the field told, moment by moment\n\n";
+    std::cout << "\n6. What the field told, moment by moment\n\n";
     Table table({"moment", "slabs read\nso far", "fragments\nheld", "memory\nheld", "full\nsize", "getSize\n", "Dims\n",
                  "type\n"},
                 1);
@@ -304,7 +344,7 @@ class Demonstration {
   }
 
   bool showChecks() const {
-    std::cout << "\n6. Checks\n\n";
+    std::cout << "\n10. Checks\n\n";
     bool isGood = true;
     for (const auto& [holds, what] : checks_) {
       std::cout << (holds ? "  ok      " : "  FAILED  ") << what << "\n";

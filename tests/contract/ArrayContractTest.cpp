@@ -80,9 +80,9 @@ TEST(ArraySlotOrderTest, MemBase) {
 
 TEST(ArraySlotOrderTest, WhatIsNotVirtualInMemBase) {
   EXPECT_EQ(slotOf(&MemBase::getTreskTypeIndex), -1);
-  EXPECT_EQ(slotOf(static_cast<MemBasePtr (MemBase::*)(const DynamicSize&, const std::type_info&) const>(
-                &MemBase::create)),
-            -1);
+  EXPECT_EQ(
+      slotOf(static_cast<MemBasePtr (MemBase::*)(const DynamicSize&, const std::type_info&) const>(&MemBase::create)),
+      -1);
   EXPECT_EQ(slotOf(static_cast<MemBasePtr (MemBase::*)(const std::type_info&) const>(&MemBase::create)), -1);
 }
 

@@ -47,6 +47,8 @@ TEST(OceanProgramTest, AllChecksHoldOnTheAnalyticOcean) {
   EXPECT_THAT(
       result.output,
       AllOf(HasSubstr("Source        embedded analytic ocean, computed on demand\n"),
+            HasSubstr("Points        180 x 90 x 19 = 307,800, from {20.5,-89.5,0} to "),
+            HasSubstr("held for all of them; written out they take 7.04 MiB"), HasSubstr("One level     32 B held"),
             HasSubstr("Fragments     228, bound in "), HasSubstr("getSize       41040x20520:"),
             HasSubstr("Full size     28.18 MiB"), HasSubstr("Memory held   0 B of data"),
             ContainsRegex("name +August 100 m +139 "), HasSubstr("  The cache gave back 28.18 MiB; memory held: 0 B\n"),

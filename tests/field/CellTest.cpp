@@ -72,8 +72,7 @@ TEST(CellTest, TheConventionNamesDirectionsAndHasNoData) {
 class CellArrayTest : public TreskTest::RecordBalanceTest {};
 
 TEST_F(CellArrayTest, CellsOfEqualSizeGiveArraysOfDifferentTypes) {
-  const MemBasePtr quadrilaterals =
-      MemBase::create(getTreskType<Regular<2>>(), DynamicSize{3}, typeid(void));
+  const MemBasePtr quadrilaterals = MemBase::create(getTreskType<Regular<2>>(), DynamicSize{3}, typeid(void));
   const MemBasePtr tetrahedra = MemBase::create(getTreskType<Simplex<3>>(), DynamicSize{3}, typeid(void));
   ASSERT_TRUE(quadrilaterals);
   ASSERT_TRUE(tetrahedra);

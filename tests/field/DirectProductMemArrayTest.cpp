@@ -57,7 +57,8 @@ void expectSamePoints(const DirectProductMemArray<T, Kind, N>& array, const MemB
     for (int c = 0; c < N; ++c) expected[c] = 0.0;
     array.computeCoordinate(index, expected);
     const T stored = (*typed)[index];
-    for (int c = 0; c < N; ++c) ASSERT_EQ(bitsOf(stored[c]), bitsOf(expected[c])) << "point " << e << " component " << c;
+    for (int c = 0; c < N; ++c)
+      ASSERT_EQ(bitsOf(stored[c]), bitsOf(expected[c])) << "point " << e << " component " << c;
     for (int d = 0; d < N; ++d) {
       if (++index[d] < size[d]) break;
       index[d] = 0;
@@ -119,10 +120,10 @@ struct Case {
   using Kind = K;
   static constexpr int rank = N;
 };
-using Cases = testing::Types<Case<FixedArray<double, 2>, Explicit, 2>, Case<FixedArray<double, 2>, Linear, 2>,
-                             Case<FixedArray<double, 3>, Explicit, 3>, Case<FixedArray<double, 3>, Linear, 3>,
-                             Case<Point, Explicit, 3>, Case<Point, Linear, 3>,
-                             Case<Quorvel::Vector<double, 3>, Linear, 3>>;
+using Cases =
+    testing::Types<Case<FixedArray<double, 2>, Explicit, 2>, Case<FixedArray<double, 2>, Linear, 2>,
+                   Case<FixedArray<double, 3>, Explicit, 3>, Case<FixedArray<double, 3>, Linear, 3>,
+                   Case<Point, Explicit, 3>, Case<Point, Linear, 3>, Case<Quorvel::Vector<double, 3>, Linear, 3>>;
 TYPED_TEST_SUITE(DirectProductArrayTest, Cases);
 
 /// An array of extents 4 x 3 (x 2).
@@ -133,11 +134,12 @@ auto makeCase() {
   Ptr<Array> array(new Array(nobody));
   for (int c = 0; c < N; ++c) {
     if constexpr (std::is_same_v<typename C::Kind, Linear>)
-      array->setAxis(c, LinearAxisPtr(new LinearAxis(1.0 + c, 0.1 * (c + 1), 4ULL - static_cast<unsigned long long>(c))));
+      array->setAxis(c,
+                     LinearAxisPtr(new LinearAxis(1.0 + c, 0.1 * (c + 1), 4ULL - static_cast<unsigned long long>(c))));
     else
-      array->setAxis(c, ExplicitAxisPtr(new ExplicitAxis(
-                            c == 0 ? std::vector<double>{0, 1, 4, 9} : c == 1 ? std::vector<double>{-5, 0, 7}
-                                                                              : std::vector<double>{100, 1000})));
+      array->setAxis(c, ExplicitAxisPtr(new ExplicitAxis(c == 0   ? std::vector<double>{0, 1, 4, 9}
+                                                         : c == 1 ? std::vector<double>{-5, 0, 7}
+                                                                  : std::vector<double>{100, 1000})));
   }
   return array;
 }
@@ -368,8 +370,7 @@ TEST(DirectProductMemArrayTest, IsOfferedToSaversOfItsBaseAndNotToThoseOfArrays)
 TEST(DirectProductMemArrayTest, RandomRectilinearGridsAgreeWithTheirPoints) {
   std::mt19937 random(5);
   for (int round = 0; round < 200; ++round) {
-    const Ptr<DirectProductMemArray<Point, Explicit, 3>> array(
-        new DirectProductMemArray<Point, Explicit, 3>(nobody));
+    const Ptr<DirectProductMemArray<Point, Explicit, 3>> array(new DirectProductMemArray<Point, Explicit, 3>(nobody));
     for (int c = 0; c < 3; ++c) {
       std::vector<double> positions(1 + random() % 7);
       for (double& position : positions) position = static_cast<double>(random()) / 1000.0;

@@ -28,7 +28,9 @@ using Extents = std::vector<unsigned long long>;
 DynamicSize emptyWithArray() { return DynamicSize(0, DynamicSize(), DynamicSize()); }
 
 template <class A>
-concept HasEquality = requires(const A& a, const A& b) { a == b; };
+concept HasEquality = requires(const A& a, const A& b) {
+  a == b;
+};
 
 TEST(DynamicSizeTest, IsAPlainValueOfRankAndExtents) {
   EXPECT_FALSE(std::is_polymorphic_v<DynamicSize>);

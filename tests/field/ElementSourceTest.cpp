@@ -22,8 +22,8 @@ using Tresk::WalkUnitType;
 using TreskTest::advance;
 using TreskTest::ArrayPtr;
 using TreskTest::forEachRank;
-using TreskTest::sample;
 using TreskTest::sameElement;
+using TreskTest::sample;
 using TreskTest::sampleExtents;
 
 using ChunkPtr = Ostrel::StrongPtr<Ostrel::ChunkBase, Ostrel::ChunkBase>;

@@ -21,8 +21,8 @@ using Tresk::Iterator;
 using Tresk::IteratorBase;
 using Tresk::WalkParameters;
 using Tresk::WalkUnitType;
-using TreskTest::sample;
 using TreskTest::sameElement;
+using TreskTest::sample;
 
 template <class T>
 inline constexpr bool isWalkedByComponents =
@@ -94,8 +94,7 @@ TYPED_TEST(IteratorTest, WritesOneElementAndNoOther) {
   CreativeIterator<T> walk = walkOver(elements);
   walk.offset = 1;
   walk.setElement(2, sample<T>(77));
-  for (unsigned long long e = 0; e < 5; ++e)
-    EXPECT_TRUE(sameElement<T>(elements[e], sample<T>(e == 3 ? 77 : e))) << e;
+  for (unsigned long long e = 0; e < 5; ++e) EXPECT_TRUE(sameElement<T>(elements[e], sample<T>(e == 3 ? 77 : e))) << e;
 }
 
 TYPED_TEST(IteratorTest, AWiderStrideSkipsElements) {

@@ -43,17 +43,18 @@ using TreskTest::expectSamples;
 using TreskTest::forEachRank;
 using TreskTest::makeArray;
 using TreskTest::makeSamples;
+using TreskTest::sameElement;
 using TreskTest::sample;
 using TreskTest::sampleChunk;
-using TreskTest::sameElement;
 using TreskTest::sampleExtents;
 
 using ChunkPtr = StrongPtr<ChunkBase, ChunkBase>;
 
 /// Units of the walk in one element.
 template <class T>
-constexpr unsigned long long nUnits =
-    std::is_same_v<T, FixedArray<double, 2>> ? 2 : std::is_same_v<T, FixedArray<double, 3>> ? 3 : 1;
+constexpr unsigned long long nUnits = std::is_same_v<T, FixedArray<double, 2>>   ? 2
+                                      : std::is_same_v<T, FixedArray<double, 3>> ? 3
+                                                                                 : 1;
 
 template <class T>
 class MemArrayTest : public TreskTest::RecordBalanceTest {
@@ -694,8 +695,7 @@ TEST_F(DeferredConstructionTest, ASaverThatThrowsLeavesNothingBehind) {
     saver->throws = true;
     EXPECT_THROW(array->getSlice(0, CreatorWeakPtr()), std::runtime_error);
     EXPECT_THROW(array->copy(CreatorWeakPtr()), std::runtime_error);
-    EXPECT_THROW(array->createSubArray(MultiIndex<2>(0, 0), MultiIndex<2>(1, 1), CreatorWeakPtr()),
-                 std::runtime_error);
+    EXPECT_THROW(array->createSubArray(MultiIndex<2>(0, 0), MultiIndex<2>(1, 1), CreatorWeakPtr()), std::runtime_error);
     EXPECT_EQ(array.strongCount(), 1);
     EXPECT_EQ(array->getTypedChunk().strongCount(), 2) << "the array's and the one asked for here";
   }

@@ -36,8 +36,8 @@ using TreskTest::expectSamples;
 using TreskTest::forEachRank;
 using TreskTest::makeArray;
 using TreskTest::makeSamples;
-using TreskTest::sample;
 using TreskTest::sameElement;
+using TreskTest::sample;
 using TreskTest::sampleExtents;
 
 using ChunkPtr = StrongPtr<ChunkBase, ChunkBase>;
@@ -159,8 +159,7 @@ TYPED_TEST(SliceTest, OfAnEmptyArrayIsEmpty) {
 
 TYPED_TEST(SliceTest, OfTheFrontOfALongerChunkEndsWithTheExtents) {
   using T = TypeParam;
-  const ArrayPtr<2, T> array(
-      new MemArray<2, T>(TreskTest::sampleChunk<T>(20), MultiIndex<2>(3, 4), CreatorWeakPtr()));
+  const ArrayPtr<2, T> array(new MemArray<2, T>(TreskTest::sampleChunk<T>(20), MultiIndex<2>(3, 4), CreatorWeakPtr()));
   const ArrayPtr<1, T> slice(array->getSlice(3, nobody));
   EXPECT_EQ(slice->offset, 9U);
   EXPECT_EQ(slice->tail, 8U);
@@ -213,8 +212,8 @@ TYPED_TEST(SubArrayTest, RandomBoxesEqualANaiveCopy) {
         for (int d = 0; d < N; ++d) place[d] = start[d] + index[d];
         ASSERT_TRUE(sameElement<T>((*box)[index], sample<T>(extents.linear(place))));
       } while (advance(index, size));
-      const MemBasePtr again = static_cast<const MemBase&>(*array).createSubArray(
-          DynamicSize(N, start.begin()), DynamicSize(N, size.begin()), nobody);
+      const MemBasePtr again = static_cast<const MemBase&>(*array).createSubArray(DynamicSize(N, start.begin()),
+                                                                                  DynamicSize(N, size.begin()), nobody);
       ASSERT_TRUE(again);
       const ArrayPtr<N, T> same(again);
       for (unsigned long long e = 0; e < size.nElements(); ++e)

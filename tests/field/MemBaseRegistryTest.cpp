@@ -292,8 +292,7 @@ class MemArrayPropertiesTest : public TreskTest::RecordBalanceTest {};
 
 TEST_F(MemArrayPropertiesTest, TellsRankAndElementTypeOfWhatCarriesIt) {
   const Ostrel::Intercube carrier;
-  carrier.addInterface(
-      StrongPtr<MemArrayProperties, InterfaceBase>(new MemArrayProperties(3, getTreskType<double>())));
+  carrier.addInterface(StrongPtr<MemArrayProperties, InterfaceBase>(new MemArrayProperties(3, getTreskType<double>())));
   const auto found = Ostrel::findInterface<MemArrayProperties>(carrier);
   ASSERT_TRUE(found);
   EXPECT_EQ(found->getInterfaceType(), typeid(MemArrayProperties));

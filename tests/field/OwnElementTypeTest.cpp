@@ -36,8 +36,7 @@ TEST_F(OwnElementTypeTest, HasItsRecordInTheRegistryOfTheLibrary) {
   ASSERT_TRUE(byType);
   EXPECT_TRUE(byType == getTreskType<Colour>());
   EXPECT_TRUE(TreskTypeBase::find(static_cast<const Tresk::TreskTypeIndex&>(*byType)) == byType);
-  EXPECT_EQ(byType->description(),
-            "{TreskTest::Colour} is voiddouble[4] (rank 1, grade 0) Size=32 [4 x 8](upper)");
+  EXPECT_EQ(byType->description(), "{TreskTest::Colour} is voiddouble[4] (rank 1, grade 0) Size=32 [4 x 8](upper)");
   EXPECT_EQ(byType->component_name(2), "D");
 }
 

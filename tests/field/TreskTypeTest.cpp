@@ -148,8 +148,7 @@ TEST(TreskTypeIndexTest, DescribesItselfFromItsFields) {
   index.componentTypeName = "Component";
   index.chartName = "Chart";
   index.chartDimension = 7;
-  EXPECT_EQ(index.description(),
-            "{Type} is ChartComponent[4294967295] (rank -2, grade -3) Size=12 [4294967295 x 4]");
+  EXPECT_EQ(index.description(), "{Type} is ChartComponent[4294967295] (rank -2, grade -3) Size=12 [4294967295 x 4]");
 }
 
 // ------------------------------------------------------------------------------------------------- the table of types
@@ -176,8 +175,8 @@ template <class T>
 Row row(unsigned int multiplicity, unsigned int memSize, int rank, int grade, unsigned int elementSize,
         const char* typeName, const char* componentTypeName, const char* chartName, int chartDimension,
         const std::type_info& componentType, const std::type_info& chartType, int indexKind) {
-  return {getTreskType<T>(), typeid(T),  multiplicity,   memSize,       rank,      grade,    elementSize,
-          typeName,          componentTypeName, chartName, chartDimension, componentType, chartType, indexKind};
+  return {getTreskType<T>(), typeid(T),         multiplicity, memSize,        rank,          grade,     elementSize,
+          typeName,          componentTypeName, chartName,    chartDimension, componentType, chartType, indexKind};
 }
 
 std::vector<Row> theTable() {
@@ -236,9 +235,9 @@ TEST(TreskTypeTableTest, TheRowsAreThoseOfTheElementTypes) {
   EXPECT_EQ(records.size(), 12U);
   std::size_t nTypes = 0;
   std::size_t nFound = 0;
-#define COUNT_TYPE(...)                                            \
-  ++nTypes;                                                        \
-  for (const TreskTypePtr& record : records)                       \
+#define COUNT_TYPE(...)                      \
+  ++nTypes;                                  \
+  for (const TreskTypePtr& record : records) \
     if (record->isType(typeid(__VA_ARGS__))) ++nFound;
   TRESK_FOR_EACH_ELEMENT_TYPE(COUNT_TYPE)
 #undef COUNT_TYPE
@@ -693,12 +692,12 @@ TEST(ToldTypeTest, LongFormWithoutAComponentRecordSaysVoid) {
   const auto record = told(1, 0, 0, 2, {});
   const std::string name = Ostrel::Typename(typeid(Passing*));
   EXPECT_EQ(std::to_string(*record),
-            name + ": void[1] rank 0 (that many indices: {} , 0=scalar, 1=vector, 2=matrix), grade 0, multiplicity 1, "
-                   "chart dimension 2, domain: [Chart] {c0,c1} tensor type: <" +
+            name +
+                ": void[1] rank 0 (that many indices: {} , 0=scalar, 1=vector, 2=matrix), grade 0, multiplicity 1, "
+                "chart dimension 2, domain: [Chart] {c0,c1} tensor type: <" +
                 name + ">");
   record->component = getTreskType<unsigned int>();
-  EXPECT_NE(std::to_string(*record).find(": Ostrel::Auto<Tresk::TreskType<unsigned int> >[1] rank"),
-            std::string::npos);
+  EXPECT_NE(std::to_string(*record).find(": Ostrel::Auto<Tresk::TreskType<unsigned int> >[1] rank"), std::string::npos);
 }
 
 TEST(ToldTypeTest, ComponentsOfTwoFormsAreNamedAfterTheBasis) {

@@ -23,8 +23,8 @@ struct Tresk::ElementTraits<ShortLived> : Tresk::TupleTraits<double, 1> {};
 
 namespace {
 
-using Ostrel::StrongPtr;
 using Ostrel::StringList;
+using Ostrel::StrongPtr;
 using Tresk::containsType;
 using Tresk::getTreskType;
 using Tresk::TreskTypePtr;

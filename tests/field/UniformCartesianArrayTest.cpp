@@ -50,8 +50,7 @@ TEST(UniformCartesianArrayTest, BoxAndItsCornersGiveEqualArrays) {
   const Ostrel::StrongPtr<Quorvel::BoundingBox, Ostrel::InterfaceBase> box(new Quorvel::BoundingBox(low, high));
   const GridPtr fromBox(new UniformCartesianArray(*box, {3, 4, 5}, nobody));
   const GridPtr fromCorners(new UniformCartesianArray(low, {3, 4, 5}, high, nobody));
-  for (unsigned long long i = 0; i < 60; ++i)
-    EXPECT_EQ(fromBox->getElementString(i), fromCorners->getElementString(i));
+  for (unsigned long long i = 0; i < 60; ++i) EXPECT_EQ(fromBox->getElementString(i), fromCorners->getElementString(i));
 }
 
 TEST(UniformCartesianArrayTest, BoundingBoxRunsFromTheFirstToTheLastPointAlsoIfInverted) {

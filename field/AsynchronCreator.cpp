@@ -1,0 +1,176 @@
+// SPDX-License-Identifier: BSD-3-Clause
+// Copyright (c) 2026 the Tresk authors
+#include <tresk/field/AsynchronCreator.hpp>
+
+#include <tresk/field/AsynchronHooks.hpp>
+#include <tresk/field/ThreadReaper.hpp>
+
+#include <utility>
+
+namespace Tresk {
+
+namespace Detail {
+
+AsynchronHooks& asynchronHooks() {
+  static AsynchronHooks* const hooks = new AsynchronHooks;  // threads may still come by at exit
+  return *hooks;
+}
+
+void CreationMutex::expect() { announced_ = false; }
+
+void CreationMutex::announce() {
+  announced_ = true;
+  changed_.notify_all();
+}
+
+}  // namespace Detail
+
+namespace {
+
+using SelfPtr = Ostrel::StrongPtr<AsynchronCreator, Ostrel::Creature>;
+using SelfWeakPtr = Ostrel::WeakPtr<AsynchronCreator, Ostrel::Creature>;
+
+void callHook(std::function<void()> Detail::AsynchronHooks::*hook) {
+  if (const std::function<void()>& f = Detail::asynchronHooks().*hook) f();
+}
+
+/// The creator whose body this thread runs. Declared before the strong pointer to the creator, so that it still says so
+/// when that pointer lets the creator die.
+class BodyMark {
+ public:
+  BodyMark() noexcept : outer_(current) {}
+  BodyMark(const BodyMark&) = delete;
+  BodyMark& operator=(const BodyMark&) = delete;
+  ~BodyMark() { current = outer_; }
+
+  void set(const AsynchronCreator* creator) noexcept { current = creator; }
+  static bool isSetTo(const AsynchronCreator* creator) noexcept { return current == creator; }
+
+ private:
+  const AsynchronCreator* outer_;
+  static thread_local const AsynchronCreator* current;
+};
+
+thread_local const AsynchronCreator* BodyMark::current = nullptr;
+
+/// For a future whose thread is this one, which cannot be waited for here.
+void leaveToReaper(std::future<bool>& future) {
+  if (future.valid()) Detail::reapLater(std::move(future));
+}
+
+}  // namespace
+
+AsynchronCreator::AsynchronCreator(const Function& function, const CachePtr& cache)
+    : Ostrel::AlzheimerCreator<MemBase, CreativeArrayBase>(cache), function_(function) {}
+
+AsynchronCreator::~AsynchronCreator() TRESK_NO_THREAD_SAFETY_ANALYSIS {
+  // The future goes first, and waits for its thread. On that very thread it would wait for itself.
+  if (BodyMark::isSetTo(this)) leaveToReaper(future_);
+}
+
+void AsynchronCreator::setup(const DynamicSize& size, const TreskTypePtr& type) {
+  if (type) addMetaInfo(size, type);
+}
+
+MemBasePtr AsynchronCreator::create_data() const { return function_ ? function_(isDiscarded_) : MemBasePtr(); }
+
+bool AsynchronCreator::createData(const SelfWeakPtr& self, const Callback&) {
+  callHook(&Detail::AsynchronHooks::beforeUpgrade);
+  // In this order they end in reverse: the lock first, then the data, then, perhaps, the creator.
+  BodyMark mark;
+  const SelfPtr creator(self);
+  if (!creator) return false;
+  mark.set(creator.get());
+  callHook(&Detail::AsynchronHooks::beforeLock);
+
+  MemBasePtr made;
+  MemBasePtr former;
+  const Ostrel::MutexLock lock(creator->creation_.mutex);
+  creator->creation_.announce();
+  creator->nCreations_.fetch_add(1, std::memory_order_relaxed);
+  // An exception leaves the under-creation flag set, deliberately.
+  made = creator->create_data();
+  if (made) {
+    former = creator->data.exchangeFor(made);
+    made->setCreator(creator->getSelf());
+    creator->enableCaching(false);
+    made->markAsUsed();
+  }
+  const Ostrel::MutexLock status(creator->statusMutex_);
+  creator->isUnderCreation_.store(false);
+  return true;
+}
+
+MemBasePtr AsynchronCreator::produce() {
+  if (MemBasePtr held = data) {
+    held->markAsUsed();
+    return held;
+  }
+  std::shared_future<bool> finished;  // its state, with what the caller of `request` gave, goes after the lock
+  const Ostrel::MutexLock lock(creation_.mutex);
+  if (MemBasePtr held = data) {
+    held->markAsUsed();
+    return held;
+  }
+  callHook(&Detail::AsynchronHooks::beforeWait);
+  creation_.waitForAnnouncement([this]() TRESK_NO_THREAD_SAFETY_ANALYSIS { return !future_.valid(); });
+  if (BodyMark::isSetTo(this)) leaveToReaper(future_);  // called by an object that the thread lets go at its end
+  if (future_.valid()) {
+    finished = future_.share();
+    finished.get();
+  }
+  if (MemBasePtr held = data) return held;
+  return create_data();
+}
+
+bool AsynchronCreator::request(const Callback& callback) {
+  Detail::joinFinishedThreads();
+  if (data) return false;
+  {
+    const Ostrel::MutexLock status(statusMutex_);
+    if (isUnderCreation_.load()) return false;
+    isUnderCreation_.store(true);
+  }
+  std::future<bool> former;  // waits for an earlier thread, after the lock
+  const Ostrel::MutexLock lock(creation_.mutex);
+  creation_.expect();
+  try {
+    std::future<bool> future = std::async(std::launch::async, [self = SelfWeakPtr(this), callback]() mutable {
+      const SelfWeakPtr creator(self);
+      self.reset();  // the future is a member of the creator and keeps nothing of it
+      return createData(creator, callback);
+    });
+    former = std::exchange(future_, std::move(future));
+    if (BodyMark::isSetTo(this)) leaveToReaper(former);
+  } catch (...) {
+    // Without a thread nobody else would ever clear the flag.
+    creation_.announce();
+    const Ostrel::MutexLock status(statusMutex_);
+    isUnderCreation_.store(false);
+    throw;
+  }
+  const auto producer = Ostrel::findInterface<Producer>(*this);
+  return producer ? producer->request(callback) : true;
+}
+
+Ostrel::Creature::ReasonForReleasal AsynchronCreator::release() {
+  if (isUnderCreation()) return StillInUse;
+  MemBasePtr former;  // dies after the lock
+  const Ostrel::MutexLock lock(creation_.mutex);
+  return data.forgetIfSole(former) == Ostrel::Forgetting::IsShared ? StillInUse : Released;
+}
+
+bool AsynchronCreator::discardCreation() {
+  isDiscarded_.exchange(true);
+  return false;
+}
+
+const std::type_info& AsynchronCreator::getType() {
+  if (const MemBasePtr held = data) return held->getElementType();
+  const TreskTypePtr type = getTreskType();
+  return type ? type->getType() : typeid(void);
+}
+
+bool AsynchronCreator::isUnderCreation() const { return isUnderCreation_.load(); }
+
+}  // namespace Tresk

@@ -1,0 +1,110 @@
+// SPDX-License-Identifier: BSD-3-Clause
+// Copyright (c) 2026 the Tresk authors
+#pragma once
+
+#include <tresk/field/CreativeArrayBase.hpp>
+#include <tresk/foundation/Mutex.hpp>
+
+#include <atomic>
+#include <condition_variable>
+#include <functional>
+#include <future>
+
+namespace Tresk {
+
+namespace Detail {
+
+/// The creation mutex of an `AsynchronCreator`, and the word of its thread that it has had the mutex.
+///
+/// Note [Announcement]
+/// `produce` holds the mutex while it waits for the thread, which needs the same mutex to begin. So `produce` first
+/// waits, with the mutex open, until the thread has announced that it had it.
+struct TRESK_EXPORT CreationMutex {
+  /// Says that a thread is about to start.
+  void expect() TRESK_REQUIRES(mutex);
+  /// Says that no thread is waiting for the mutex.
+  void announce() TRESK_REQUIRES(mutex);
+  /// Waits, with the mutex open, until `isSettled()` or a thread has announced itself.
+  template <class Predicate>
+  void waitForAnnouncement(const Predicate& isSettled) TRESK_REQUIRES(mutex) TRESK_NO_THREAD_SAFETY_ANALYSIS {
+    std::unique_lock<std::mutex> lock(mutex.native(), std::adopt_lock);
+    changed_.wait(lock, [&]() TRESK_NO_THREAD_SAFETY_ANALYSIS { return announced_ || isSettled(); });
+    lock.release();
+  }
+
+  Ostrel::Mutex mutex;
+
+ private:
+  std::condition_variable changed_;
+  bool announced_ TRESK_GUARDED_BY(mutex) = true;
+};
+
+}  // namespace Detail
+
+/// A creator that makes its data on a thread of its own.
+///
+/// `request` starts the work and returns; later the data simply stand in the creator. `produce` joins the running
+/// work, or runs the function itself if there is none. The function is told by a flag when its result is no longer
+/// wanted.
+///
+/// | State     | `isUnderCreation` | data                                       | left by                     |
+/// |-----------|-------------------|--------------------------------------------|-----------------------------|
+/// | idle      | no                | none                                       | `request`                   |
+/// | working   | yes               | none, or the former ones                   | the end of the function     |
+/// | filled    | no                | held                                       | `produce`, `release`        |
+/// | collected | no                | held, or none if the function yielded none | `release`, `request`        |
+/// | stuck     | yes               | none                                       | never: the function has thrown |
+///
+/// Errors: an exception of the function on the thread is rethrown by the next `produce`, once. The creator stays
+/// marked then, deliberately: `request` answers false and `release` `StillInUse` for good, and `produce` runs the
+/// function each time.
+/// Lifetime: the thread holds the creator weakly until it begins, so that a creator may die before; the work is then
+/// skipped. While the function runs, the thread holds it. A creator that dies on its own thread hands the thread to be
+/// joined to the process, which joins it at a later `request` of any creator, or at exit.
+/// Threads: all operations may be called on any thread. The function runs under the creation mutex: it must not call
+/// `produce` of its own creator, which would wait for good. `Producer::request` is called under it too.
+class TRESK_EXPORT AsynchronCreator : public Ostrel::AlzheimerCreator<MemBase, CreativeArrayBase> {
+ public:
+  /// Makes the data; the flag says whether the result is still wanted.
+  using Function = std::function<MemBasePtr(const std::atomic<bool>& isDiscarded)>;
+
+  /// No thread is started. An empty function makes no data.
+  AsynchronCreator(const Function& function, const CachePtr& cache);
+  ~AsynchronCreator() override;
+
+  /// Describes the data before there are any; nothing happens for an invalid type.
+  void setup(const DynamicSize& size, const TreskTypePtr& type);
+  /// Runs the function on this thread, without a lock, and stores nothing.
+  MemBasePtr create_data() const;
+  /// What the thread does: runs the function and stores its result, if the creator is still there; false if not.
+  /// `callback` is not called.
+  static bool createData(const Ostrel::WeakPtr<AsynchronCreator, Ostrel::Creature>& self, const Callback& callback);
+
+  /// The held data, marked as used, or those of the running work, for which it waits; else what the function makes on
+  /// this thread, which is not stored: the creator stays empty, and the function runs again next time.
+  MemBasePtr produce() override;
+  /// Starts the work on a thread; false if there are data or work is running. Nobody is told of the end: ask `hasData`
+  /// or `isUnderCreation`, or call `produce`. `callback` goes to an attached `Producer`, whose answer is returned; the
+  /// function runs all the same. Waits for the end of an earlier thread.
+  bool request(const Callback& callback) override;
+  Ostrel::Creature::ReasonForReleasal release() override;
+  /// Sets the flag that the function sees, for this and for all later runs. False.
+  bool discardCreation() override;
+  /// The element type, of the data or else the declared one; `void` if it is unknown.
+  const std::type_info& getType() override;
+  bool isUnderCreation() const override;
+
+  /// How often the thread has come to the function.
+  int nCreations() const noexcept { return nCreations_.load(std::memory_order_relaxed); }
+
+ private:
+  std::atomic<int> nCreations_{0};
+  std::atomic<bool> isUnderCreation_{false};  ///< stays set after an exception of the function
+  std::atomic<bool> isDiscarded_{false};
+  Detail::CreationMutex creation_;  ///< guards the data and the future against each other; taken before `statusMutex_`
+  Ostrel::Mutex statusMutex_;       ///< guards the test and set of the under-creation flag
+  const Function function_;
+  std::future<bool> future_ TRESK_GUARDED_BY(creation_.mutex);
+};
+
+}  // namespace Tresk

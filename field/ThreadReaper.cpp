@@ -1,0 +1,82 @@
+// SPDX-License-Identifier: BSD-3-Clause
+// Copyright (c) 2026 the Tresk authors
+#include <tresk/field/ThreadReaper.hpp>
+
+#include <tresk/foundation/Mutex.hpp>
+
+#include <chrono>
+#include <thread>
+#include <utility>
+#include <vector>
+
+namespace Tresk::Detail {
+
+namespace {
+
+struct Entry {
+  std::thread::id thread;
+  std::future<bool> future;
+};
+
+class Reaper {
+ public:
+  /// Lives until the end of the process, as threads may come to it at any time; `ExitJoiner` empties it at exit.
+  static Reaper& instance() {
+    static Reaper* const reaper = new Reaper;
+    return *reaper;
+  }
+
+  void add(std::future<bool> future) {
+    const Ostrel::MutexLock lock(mutex_);
+    entries_.push_back({std::this_thread::get_id(), std::move(future)});
+  }
+
+  std::size_t size() {
+    const Ostrel::MutexLock lock(mutex_);
+    return entries_.size();
+  }
+
+  /// Takes out the entries of other threads that satisfy `isDue`, whose threads the caller joins by letting them go.
+  template <class Predicate>
+  std::vector<Entry> take(const Predicate& isDue) {
+    std::vector<Entry> due;
+    const Ostrel::MutexLock lock(mutex_);
+    for (std::size_t i = 0; i < entries_.size();) {
+      if (entries_[i].thread == std::this_thread::get_id() || !isDue(entries_[i])) {
+        ++i;
+        continue;
+      }
+      due.push_back(std::move(entries_[i]));
+      if (i + 1 < entries_.size()) entries_[i] = std::move(entries_.back());
+      entries_.pop_back();
+    }
+    return due;
+  }
+
+ private:
+  Ostrel::Mutex mutex_;
+  std::vector<Entry> entries_ TRESK_GUARDED_BY(mutex_);
+};
+
+/// Joins the rest at exit.
+struct ExitJoiner {
+  ~ExitJoiner() {
+    Reaper::instance().take([](const Entry&) { return true; });
+  }
+};
+
+}  // namespace
+
+void reapLater(std::future<bool> future) {
+  static const ExitJoiner joiner;
+  Reaper::instance().add(std::move(future));
+}
+
+void joinFinishedThreads() {
+  Reaper::instance().take(
+      [](const Entry& entry) { return entry.future.wait_for(std::chrono::seconds(0)) == std::future_status::ready; });
+}
+
+std::size_t nThreadsToJoin() { return Reaper::instance().size(); }
+
+}  // namespace Tresk::Detail

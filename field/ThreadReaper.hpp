@@ -1,0 +1,25 @@
+// SPDX-License-Identifier: BSD-3-Clause
+// Copyright (c) 2026 the Tresk authors
+#pragma once
+
+#include <tresk/foundation/Export.hpp>
+
+#include <cstddef>
+#include <future>
+
+/// \file
+/// Joins threads that could not be joined where their future ended, because that was on the thread itself.
+
+namespace Tresk::Detail {
+
+/// Takes over the future of the calling thread. The thread is joined by a later `joinFinishedThreads` on another thread,
+/// or at exit.
+TRESK_EXPORT void reapLater(std::future<bool> future);
+
+/// Joins what has finished; never the calling thread, and never one that still works. Not to be called under a lock.
+TRESK_EXPORT void joinFinishedThreads();
+
+/// The number of threads that wait to be joined.
+TRESK_EXPORT std::size_t nThreadsToJoin();
+
+}  // namespace Tresk::Detail
