@@ -34,20 +34,17 @@ void callHook(std::function<void()> Detail::AsynchronHooks::*hook) {
   if (const std::function<void()>& f = Detail::asynchronHooks().*hook) f();
 }
 
-/// The creator whose body this thread runs. Declared before the strong pointer to the creator, so that it still says so
-/// when that pointer lets the creator die.
+/// The creator whose future stands for this thread. Only compared, as the creator may be gone.
 class BodyMark {
  public:
-  BodyMark() noexcept : outer_(current) {}
+  explicit BodyMark(const AsynchronCreator* creator) noexcept { current = creator; }
   BodyMark(const BodyMark&) = delete;
   BodyMark& operator=(const BodyMark&) = delete;
-  ~BodyMark() { current = outer_; }
+  ~BodyMark() { current = nullptr; }
 
-  void set(const AsynchronCreator* creator) noexcept { current = creator; }
   static bool isSetTo(const AsynchronCreator* creator) noexcept { return current == creator; }
 
  private:
-  const AsynchronCreator* outer_;
   static thread_local const AsynchronCreator* current;
 };
 
@@ -77,16 +74,14 @@ MemBasePtr AsynchronCreator::create_data() const { return function_ ? function_(
 bool AsynchronCreator::createData(const SelfWeakPtr& self, const Callback&) {
   callHook(&Detail::AsynchronHooks::beforeUpgrade);
   // In this order they end in reverse: the lock first, then the data, then, perhaps, the creator.
-  BodyMark mark;
   const SelfPtr creator(self);
   if (!creator) return false;
-  mark.set(creator.get());
   callHook(&Detail::AsynchronHooks::beforeLock);
 
   MemBasePtr made;
   MemBasePtr former;
   const Ostrel::MutexLock lock(creator->creation_.mutex);
-  creator->creation_.announce();
+  if (BodyMark::isSetTo(creator.get())) creator->creation_.announce();  // other callers cannot speak for the thread
   creator->nCreations_.fetch_add(1, std::memory_order_relaxed);
   // An exception leaves the under-creation flag set, deliberately.
   made = creator->create_data();
@@ -95,6 +90,7 @@ bool AsynchronCreator::createData(const SelfWeakPtr& self, const Callback&) {
     made->setCreator(creator->getSelf());
     creator->enableCaching(false);
     made->markAsUsed();
+    made.resetUnlessLast();  // whoever sees that the work is done finds the data held by the creator alone
   }
   const Ostrel::MutexLock status(creator->statusMutex_);
   creator->isUnderCreation_.store(false);
@@ -124,8 +120,8 @@ MemBasePtr AsynchronCreator::produce() {
 }
 
 bool AsynchronCreator::request(const Callback& callback) {
-  Detail::joinFinishedThreads();
   if (data) return false;
+  Detail::joinFinishedThreads();
   {
     const Ostrel::MutexLock status(statusMutex_);
     if (isUnderCreation_.load()) return false;
@@ -135,11 +131,19 @@ bool AsynchronCreator::request(const Callback& callback) {
   const Ostrel::MutexLock lock(creation_.mutex);
   creation_.expect();
   try {
-    std::future<bool> future = std::async(std::launch::async, [self = SelfWeakPtr(this), callback]() mutable {
+    auto body = [running = Detail::RunningThread(), marked = this, self = SelfWeakPtr(this),
+                 given = Callback(callback)]() mutable {
+      // The future, with all that it keeps, is a member of the creator. So nothing stays in it that may hold the
+      // creator; here it ends in reverse order.
+      Detail::RunningThread untilTheEnd = std::move(running);
+      untilTheEnd.begin();
+      const BodyMark mark(marked);
+      const Callback ownCallback = std::move(given);
       const SelfWeakPtr creator(self);
-      self.reset();  // the future is a member of the creator and keeps nothing of it
-      return createData(creator, callback);
-    });
+      self.reset();
+      return createData(creator, ownCallback);
+    };
+    std::future<bool> future = std::async(std::launch::async, std::move(body));
     former = std::exchange(future_, std::move(future));
     if (BodyMark::isSetTo(this)) leaveToReaper(former);
   } catch (...) {

@@ -53,13 +53,21 @@ void advanceRow(MultiIndex<N>& index, const MultiIndex<N>& size) {
   }
 }
 
+/// Whether an array has elements that can be read.
+template <int N, class T>
+bool isReadable(const MemArray<N, T>& array) {
+  return array.data != nullptr || array.source != nullptr;
+}
+
 /// Combines two arrays element by element; the extents of `left` rule. Each element of the result is written once.
+/// Null if an operand has no elements to read.
 template <class Op, int N>
 MemBasePtr combineArrays(const MemArray<N, typename Op::Left>& left, const MemArray<N, typename Op::Right>& right,
                          const CreatorWeakPtr& creator) {
   using R = typename Op::Result;
   const MultiIndex<N> size = left.getIndexSize();
   const unsigned long long n = size.nElements();
+  if (n > 0 && (!isReadable(left) || !isReadable(right))) return MemBasePtr();
   const auto combine = [&](std::vector<R>& elements) {
     if (n == 0) return;
     MultiIndex<N> index;
@@ -100,7 +108,9 @@ MemBasePtr combineArrays(const MemArray<N, typename Op::Left>& left, const MemAr
 /// read at the same indices, without a test: `isCompatible` tells beforehand.
 /// \tparam Op a `BinaryOperator`
 ///
-/// Lifetime: holds the right operand, and each creator the left creator of its fragment.
+/// Lifetime: holds the right operand, and each creator the left creator of its fragment. The left operand itself is not
+/// held: of a left operand that is a computed field and has gone, fragments yield no data. Who chains such fields
+/// holds each of them.
 /// Errors: none in words. The first fragment of the left operand whose creator does not declare rank 1 to 3 and the
 /// element type of the operator ends the construction: earlier fragments stay. A fragment whose operand is missing
 /// or of another type yields no data.
@@ -144,9 +154,10 @@ class TRESK_OPEN_TEMPLATE ComputationalField : public Field, public Op {
   ComputationalField(const FieldPtr& left, const FieldPtr& right);
   ~ComputationalField() override;
 
- private:
-  /// Binds a creator for each fragment of `left`.
+  /// Binds a creator for each fragment of `left`; the work of the constructor.
   void createFieldFragments(const Field& left);
+
+ private:
   template <int N>
   void bind(const FragmentIDPtr& fragment, const CreatorPtr& left);
 

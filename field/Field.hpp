@@ -229,7 +229,7 @@ class TRESK_EXPORT Field : public CreatorContainer,
   bool isCompatible(const Field& other);
 
   /// The newest data age of all creators, but at least the present time of the global clock, and so as a rule just
-  /// that. Takes no lock.
+  /// that.
   Ostrel::Ageable getMostRecentCreatorAge() const;
   /// The same of the ages of attributes.
   Ostrel::Ageable getMostRecentAttributeAge() const;

@@ -57,7 +57,7 @@ unsigned int Field::iterateParallel(const FragmentFunction& f, const FragmentIDC
   // Declared before the lock: if a launch fails, the lock goes before the futures wait for the tasks that run.
   std::vector<std::future<bool>> tasks;
   const auto launch = [&](std::uint32_t number, const CreatorPtr& creator) {
-    tasks.push_back(std::async([fragment = collection.findFragmentID(number), creator, f] {
+    tasks.push_back(std::async([fragment = collection.findFragmentID(number), creator = creator, f = f] {
       return f(fragment, creator);
     }));
   };

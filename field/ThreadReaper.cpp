@@ -4,6 +4,7 @@
 
 #include <tresk/foundation/Mutex.hpp>
 
+#include <atomic>
 #include <chrono>
 #include <thread>
 #include <utility>
@@ -58,19 +59,40 @@ class Reaper {
   std::vector<Entry> entries_ TRESK_GUARDED_BY(mutex_);
 };
 
-/// Joins the rest at exit.
+/// Threads that have been started and have not come to their end.
+std::atomic<int> nRunning{0};
+/// Whether this thread is one of them.
+thread_local bool isRunningThread = false;
+
+/// Waits for the others and joins the rest at exit. Made by the first thread that is started, so that static objects of
+/// the program that are older outlive all threads.
 struct ExitJoiner {
   ~ExitJoiner() {
+    const int own = isRunningThread ? 1 : 0;  // exit may be called on a thread
+    for (int n = nRunning.load(); n > own; n = nRunning.load()) nRunning.wait(n);
     Reaper::instance().take([](const Entry&) { return true; });
   }
 };
 
 }  // namespace
 
-void reapLater(std::future<bool> future) {
+RunningThread::RunningThread() {
   static const ExitJoiner joiner;
-  Reaper::instance().add(std::move(future));
+  nRunning.fetch_add(1);
 }
+
+RunningThread::RunningThread(RunningThread&& other) noexcept : counts_(std::exchange(other.counts_, false)) {}
+
+RunningThread::~RunningThread() {
+  if (!counts_) return;
+  isRunningThread = false;
+  nRunning.fetch_sub(1);
+  nRunning.notify_all();
+}
+
+void RunningThread::begin() noexcept { isRunningThread = true; }
+
+void reapLater(std::future<bool> future) { Reaper::instance().add(std::move(future)); }
 
 void joinFinishedThreads() {
   Reaper::instance().take(

@@ -8,9 +8,25 @@
 #include <future>
 
 /// \file
-/// Joins threads that could not be joined where their future ended, because that was on the thread itself.
+/// Joins threads that could not be joined where their future ended, because that was on the thread itself. At exit the
+/// process waits for all threads that still work, and joins those.
 
 namespace Tresk::Detail {
+
+/// Counts a thread from its start to its end, so that the process waits for it at exit.
+class TRESK_EXPORT RunningThread {
+ public:
+  RunningThread();
+  RunningThread(RunningThread&& other) noexcept;
+  RunningThread& operator=(RunningThread&&) = delete;
+  ~RunningThread();
+
+  /// Says that the calling thread is the one that is counted.
+  void begin() noexcept;
+
+ private:
+  bool counts_ = true;
+};
 
 /// Takes over the future of the calling thread. The thread is joined by a later `joinFinishedThreads` on another thread,
 /// or at exit.
