@@ -30,8 +30,7 @@ fragment_copy_t Field::getFragmentsCopy() const {
   fragment_copy_t copy;
   copy.reserve(nFragments());  // room before the lock, as a rule; the table may grow until the lock is taken
   const SharedFragmentLock lock(mutex_);
-  for (std::size_t i = 0; i < fragments_.keys.size(); ++i)
-    copy.emplace_back(fragments_.keys[i], fragments_.values[i]);
+  for (std::size_t i = 0; i < fragments_.keys.size(); ++i) copy.emplace_back(fragments_.keys[i], fragments_.values[i]);
   return copy;
 }
 
@@ -57,9 +56,8 @@ unsigned int Field::iterateParallel(const FragmentFunction& f, const FragmentIDC
   // Declared before the lock: if a launch fails, the lock goes before the futures wait for the tasks that run.
   std::vector<std::future<bool>> tasks;
   const auto launch = [&](std::uint32_t number, const CreatorPtr& creator) {
-    tasks.push_back(std::async([fragment = collection.findFragmentID(number), creator = creator, f = f] {
-      return f(fragment, creator);
-    }));
+    tasks.push_back(std::async(
+        [fragment = collection.findFragmentID(number), creator = creator, f = f] { return f(fragment, creator); }));
   };
   if (snapshot) {
     const fragment_copy_t entries = getFragmentsCopy();
