@@ -161,8 +161,8 @@ void constructRaw(benchmark::State& state) {
           if (!properties) return false;
           const TreskTypePtr type(properties->getType());
           if (!type || type->getType() != typeid(double) || properties->getRank() != 3) return false;
-          const CreatorPtr made(new OnDemandCreator<RawComputer, 3, double>(
-              RawComputer{field, fragment, creator}, CacheWeakPtr(Ostrel::Cache::MemCache())));
+          const CreatorPtr made(new OnDemandCreator<RawComputer, 3, double>(RawComputer{field, fragment, creator},
+                                                                            CacheWeakPtr(Ostrel::Cache::MemCache())));
           made->addMetaInfo(3, getTreskType<double>());
           field->setCreator(made, fragment);
           return true;

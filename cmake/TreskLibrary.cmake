@@ -15,7 +15,7 @@ file(GLOB TRESK_HEADERS CONFIGURE_DEPENDS RELATIVE ${PROJECT_SOURCE_DIR} ${PROJE
      ${PROJECT_SOURCE_DIR}/field/*.hpp)
 # Internal to the library: not installed, and not checked to be public.
 list(REMOVE_ITEM TRESK_HEADERS foundation/CacheMutex.hpp field/AsynchronHooks.hpp field/NamedEntries.hpp
-     field/PointRows.hpp field/ThreadReaper.hpp field/WalkHolder.hpp)
+     field/ParallelRange.hpp field/PointRows.hpp field/PrimitiveTypes.hpp field/ThreadReaper.hpp field/WalkHolder.hpp)
 list(TRANSFORM TRESK_HEADERS PREPEND ${TRESK_INCLUDE_ROOT}/tresk/)
 
 find_package(Threads REQUIRED)
@@ -29,6 +29,16 @@ target_compile_features(tresk PUBLIC cxx_std_20)
 target_link_libraries(tresk PUBLIC Threads::Threads)
 # The pool of reference records is never given back, so the library stays mapped until the process ends.
 target_link_options(tresk PRIVATE LINKER:-z,nodelete LINKER:--no-undefined-version)
+# Copies between chunks run on several threads, where the compiler has OpenMP. The thread sanitizer cannot follow its
+# runtime: there they run on one.
+if(NOT TRESK_SANITIZE STREQUAL "thread")
+  find_package(OpenMP COMPONENTS CXX)
+  if(OpenMP_CXX_FOUND)
+    target_link_libraries(tresk PRIVATE OpenMP::OpenMP_CXX)
+  else()
+    message(STATUS "OpenMP was not found: copies between chunks run on one thread")
+  endif()
+endif()
 if(TRESK_PLAIN_RECORDS)
   target_compile_definitions(tresk PRIVATE TRESK_PLAIN_RECORDS)
 endif()

@@ -16,10 +16,14 @@ AsynchronHooks& asynchronHooks() {
   return *hooks;
 }
 
-void CreationMutex::expect() { announced_ = false; }
+void CreationMutex::cancel() {
+  --expected_;
+  changed_.notify_all();
+}
 
-void CreationMutex::announce() {
-  announced_ = true;
+void CreationMutex::announce(unsigned long long thread) {
+  if (thread != expected_) return;
+  announced_ = thread;
   changed_.notify_all();
 }
 
@@ -34,21 +38,35 @@ void callHook(std::function<void()> Detail::AsynchronHooks::*hook) {
   if (const std::function<void()>& f = Detail::asynchronHooks().*hook) f();
 }
 
-/// The creator whose future stands for this thread. Only compared, as the creator may be gone.
+/// Says of this thread that it is one of a creator, and which. The creator is only compared, as it may be gone.
 class BodyMark {
  public:
-  explicit BodyMark(const AsynchronCreator* creator) noexcept { current = creator; }
+  BodyMark(const AsynchronCreator* creator, unsigned long long thread) noexcept {
+    current = creator;
+    number = thread;
+  }
   BodyMark(const BodyMark&) = delete;
   BodyMark& operator=(const BodyMark&) = delete;
   ~BodyMark() { current = nullptr; }
 
-  static bool isSetTo(const AsynchronCreator* creator) noexcept { return current == creator; }
+  /// The number of this thread among those of a creator; 0 if it is none of them.
+  static unsigned long long numberFor(const AsynchronCreator* creator) noexcept {
+    return current == creator ? number : 0;
+  }
 
  private:
   static thread_local const AsynchronCreator* current;
+  static thread_local unsigned long long number;
 };
 
 thread_local const AsynchronCreator* BodyMark::current = nullptr;
+thread_local unsigned long long BodyMark::number = 0;
+
+/// Whether the future of a creator, which is that of its newest thread, stands for this thread.
+bool isOwn(const AsynchronCreator* creator, const Detail::CreationMutex& creation) {
+  const unsigned long long number = BodyMark::numberFor(creator);
+  return number != 0 && number == creation.newest();
+}
 
 /// For a future whose thread is this one, which cannot be waited for here.
 void leaveToReaper(std::future<bool>& future) {
@@ -62,7 +80,7 @@ AsynchronCreator::AsynchronCreator(const Function& function, const CachePtr& cac
 
 AsynchronCreator::~AsynchronCreator() TRESK_NO_THREAD_SAFETY_ANALYSIS {
   // The future goes first, and waits for its thread. On that very thread it would wait for itself.
-  if (BodyMark::isSetTo(this)) leaveToReaper(future_);
+  if (isOwn(this, creation_)) leaveToReaper(future_);
 }
 
 void AsynchronCreator::setup(const DynamicSize& size, const TreskTypePtr& type) {
@@ -81,7 +99,7 @@ bool AsynchronCreator::createData(const SelfWeakPtr& self, const Callback&) {
   MemBasePtr made;
   MemBasePtr former;
   const Ostrel::MutexLock lock(creator->creation_.mutex);
-  if (BodyMark::isSetTo(creator.get())) creator->creation_.announce();  // other callers cannot speak for the thread
+  creator->creation_.announce(BodyMark::numberFor(creator.get()));  // other callers cannot speak for the thread
   creator->nCreations_.fetch_add(1, std::memory_order_relaxed);
   // An exception leaves the under-creation flag set, deliberately.
   made = creator->create_data();
@@ -110,7 +128,7 @@ MemBasePtr AsynchronCreator::produce() {
   }
   callHook(&Detail::AsynchronHooks::beforeWait);
   creation_.waitForAnnouncement([this]() TRESK_NO_THREAD_SAFETY_ANALYSIS { return !future_.valid(); });
-  if (BodyMark::isSetTo(this)) leaveToReaper(future_);  // called by an object that the thread lets go at its end
+  if (isOwn(this, creation_)) leaveToReaper(future_);  // called by an object that the thread lets go at its end
   if (future_.valid()) {
     finished = future_.share();
     finished.get();
@@ -127,39 +145,47 @@ bool AsynchronCreator::request(const Callback& callback) {
     if (isUnderCreation_.load()) return false;
     isUnderCreation_.store(true);
   }
+  // Clears the flag again if no thread comes to be, as nobody else ever would.
+  struct Claim {
+    AsynchronCreator* creator;
+    ~Claim() {
+      if (creator == nullptr) return;
+      const Ostrel::MutexLock status(creator->statusMutex_);
+      creator->isUnderCreation_.store(false);
+    }
+  } claim{this};
+  auto body = [running = Detail::RunningThread(), marked = this, self = SelfWeakPtr(this),
+               given = Callback(callback)](unsigned long long thread) mutable {
+    // The future, with all that it keeps, is a member of the creator. So nothing stays in it that may hold the creator;
+    // here it ends in reverse order.
+    Detail::RunningThread untilTheEnd = std::move(running);
+    untilTheEnd.begin();
+    const BodyMark mark(marked, thread);
+    const Callback ownCallback = std::move(given);
+    const SelfWeakPtr creator(self);
+    self.reset();
+    return createData(creator, ownCallback);
+  };
   std::future<bool> former;  // waits for an earlier thread, after the lock
   const Ostrel::MutexLock lock(creation_.mutex);
-  creation_.expect();
+  const bool formerIsOwn = isOwn(this, creation_);
+  const unsigned long long thread = creation_.expect();
   try {
-    auto body = [running = Detail::RunningThread(), marked = this, self = SelfWeakPtr(this),
-                 given = Callback(callback)]() mutable {
-      // The future, with all that it keeps, is a member of the creator. So nothing stays in it that may hold the
-      // creator; here it ends in reverse order.
-      Detail::RunningThread untilTheEnd = std::move(running);
-      untilTheEnd.begin();
-      const BodyMark mark(marked);
-      const Callback ownCallback = std::move(given);
-      const SelfWeakPtr creator(self);
-      self.reset();
-      return createData(creator, ownCallback);
-    };
-    std::future<bool> future = std::async(std::launch::async, std::move(body));
-    former = std::exchange(future_, std::move(future));
-    if (BodyMark::isSetTo(this)) leaveToReaper(former);
+    former = std::exchange(future_, std::async(std::launch::async, std::move(body), thread));
   } catch (...) {
-    // Without a thread nobody else would ever clear the flag.
-    creation_.announce();
-    const Ostrel::MutexLock status(statusMutex_);
-    isUnderCreation_.store(false);
+    creation_.cancel();
     throw;
   }
+  claim.creator = nullptr;
+  if (formerIsOwn) leaveToReaper(former);
   const auto producer = Ostrel::findInterface<Producer>(*this);
   return producer ? producer->request(callback) : true;
 }
 
 Ostrel::Creature::ReasonForReleasal AsynchronCreator::release() {
   if (isUnderCreation()) return StillInUse;
-  MemBasePtr former;  // dies after the lock
+  if (!data) return Released;  // without the lock: a production on a caller's thread holds it, and may trim the cache
+  MemBasePtr former;           // dies after the lock
   const Ostrel::MutexLock lock(creation_.mutex);
   return data.forgetIfSole(former) == Ostrel::Forgetting::IsShared ? StillInUse : Released;
 }

@@ -20,15 +20,19 @@ namespace Detail {
 /// `produce` holds the mutex while it waits for the thread, which needs the same mutex to begin. So `produce` first
 /// waits, with the mutex open, until the thread has announced that it had it.
 struct TRESK_EXPORT CreationMutex {
-  /// Says that a thread is about to start.
-  void expect() TRESK_REQUIRES(mutex);
-  /// Says that no thread is waiting for the mutex.
-  void announce() TRESK_REQUIRES(mutex);
-  /// Waits, with the mutex open, until `isSettled()` or a thread has announced itself.
+  /// Says that a thread is about to start; its number, from 1.
+  unsigned long long expect() TRESK_REQUIRES(mutex) { return ++expected_; }
+  /// Says that the thread just expected could not be started.
+  void cancel() TRESK_REQUIRES(mutex);
+  /// Says that the thread of that number has had the mutex. An older thread does not speak for the newest one.
+  void announce(unsigned long long thread) TRESK_REQUIRES(mutex);
+  /// The number of the thread that was started last; 0 before the first one.
+  unsigned long long newest() const noexcept { return expected_; }
+  /// Waits, with the mutex open, until `isSettled()` or the newest thread has announced itself.
   template <class Predicate>
   void waitForAnnouncement(const Predicate& isSettled) TRESK_REQUIRES(mutex) TRESK_NO_THREAD_SAFETY_ANALYSIS {
     std::unique_lock<std::mutex> lock(mutex.native(), std::adopt_lock);
-    changed_.wait(lock, [&]() TRESK_NO_THREAD_SAFETY_ANALYSIS { return announced_ || isSettled(); });
+    changed_.wait(lock, [&]() TRESK_NO_THREAD_SAFETY_ANALYSIS { return announced_ >= expected_ || isSettled(); });
     lock.release();
   }
 
@@ -36,7 +40,8 @@ struct TRESK_EXPORT CreationMutex {
 
  private:
   std::condition_variable changed_;
-  bool announced_ TRESK_GUARDED_BY(mutex) = true;
+  unsigned long long expected_ = 0;   ///< changed under the mutex; read without it on the threads themselves
+  unsigned long long announced_ = 0;  ///< the newest thread that has had the mutex
 };
 
 }  // namespace Detail
@@ -60,9 +65,11 @@ struct TRESK_EXPORT CreationMutex {
 /// function each time.
 /// Lifetime: the thread holds the creator weakly until it begins, so that a creator may die before; the work is then
 /// skipped. While the function runs, the thread holds it. A creator that dies on its own thread hands the thread to be
-/// joined to the process, which joins it at a later `request` of any creator, or at exit.
-/// Threads: all operations may be called on any thread. The function runs under the creation mutex: it must not call
-/// `produce` of its own creator, which would wait for good. `Producer::request` is called under it too.
+/// joined to the process, which joins it at a later `request` of any creator, or at exit. At exit the process waits for
+/// every function that runs on a thread, without telling it to stop.
+/// Threads: all operations but `setup`, which comes first, may be called on any thread. The function runs under the
+/// creation mutex: it must not call `produce` of its own creator, which would wait for good, and neither may the
+/// destructor of a derived class. `Producer::request` is called under it too.
 class TRESK_EXPORT AsynchronCreator : public Ostrel::AlzheimerCreator<MemBase, CreativeArrayBase> {
  public:
   /// Makes the data; the flag says whether the result is still wanted.

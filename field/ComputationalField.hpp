@@ -14,7 +14,7 @@ namespace Tresk {
 /// An operation on the elements of two arrays.
 /// \tparam Op the operation on numbers; \tparam R element type of the result; \tparam A, B those of the operands
 template <class Op, class R, class A, class B>
-class BinaryOperator {
+class TRESK_OPEN_TEMPLATE BinaryOperator {
  public:
   using Result = R;
   using Left = A;
@@ -71,27 +71,34 @@ MemBasePtr combineArrays(const MemArray<N, typename Op::Left>& left, const MemAr
   const auto combine = [&](std::vector<R>& elements) {
     if (n == 0) return;
     MultiIndex<N> index;
-    if (isDense(left) && isDense(right) && size == right.getIndexSize()) {
-      const auto* const a = rowAt(left, index).first;
-      const auto* const b = rowAt(right, index).first;
-      Ostrel::Detail::appendGenerated(elements, n, [a, b](std::size_t i) { return Op::apply(a[i], b[i]); });
-      return;
+    // Elements whose components may lie apart are read one by one.
+    constexpr bool AreWhole = std::is_same_v<WalkUnitType<typename Op::Left>, typename Op::Left> &&
+                              std::is_same_v<WalkUnitType<typename Op::Right>, typename Op::Right>;
+    if constexpr (AreWhole) {
+      if (isDense(left) && isDense(right) && size == right.getIndexSize()) {
+        const auto* const a = rowAt(left, index).first;
+        const auto* const b = rowAt(right, index).first;
+        Ostrel::Detail::appendGenerated(elements, n, [a, b](std::size_t i) { return Op::apply(a[i], b[i]); });
+        return;
+      }
     }
     for (unsigned long long rows = n / size[0]; rows > 0; --rows, advanceRow(index, size)) {
-      if (left.data != nullptr && right.data != nullptr) {
-        const auto a = rowAt(left, index);
-        const auto b = rowAt(right, index);
-        Ostrel::Detail::appendGenerated(elements, size[0], [a, b](std::size_t i) {
-          return Op::apply(a.first[i * a.stride], b.first[i * b.stride]);
-        });
-      } else {
-        // Elements that are made on demand, one by one.
-        Ostrel::Detail::appendGenerated(elements, size[0], [&](std::size_t i) {
-          MultiIndex<N> position = index;
-          position[0] = i;
-          return Op::apply(left[position], right[position]);
-        });
+      if constexpr (AreWhole) {
+        if (left.data != nullptr && right.data != nullptr) {
+          const auto a = rowAt(left, index);
+          const auto b = rowAt(right, index);
+          Ostrel::Detail::appendGenerated(elements, size[0], [a, b](std::size_t i) {
+            return Op::apply(a.first[i * a.stride], b.first[i * b.stride]);
+          });
+          continue;
+        }
       }
+      // Also those that are made on demand.
+      Ostrel::Detail::appendGenerated(elements, size[0], [&](std::size_t i) {
+        MultiIndex<N> position = index;
+        position[0] = i;
+        return Op::apply(left[position], right[position]);
+      });
     }
   };
   using ChunkPtr = Ostrel::StrongPtr<Ostrel::ChunkBase, Ostrel::ChunkBase>;

@@ -32,6 +32,12 @@ class Reaper {
     entries_.push_back({std::this_thread::get_id(), std::move(future)});
   }
 
+  /// Makes room for the threads that run, so that none of them fails to enter at its end.
+  void reserve(std::size_t nThreads) {
+    const Ostrel::MutexLock lock(mutex_);
+    if (entries_.size() + nThreads > entries_.capacity()) entries_.reserve(2 * (entries_.size() + nThreads));
+  }
+
   std::size_t size() {
     const Ostrel::MutexLock lock(mutex_);
     return entries_.size();
@@ -78,6 +84,7 @@ struct ExitJoiner {
 
 RunningThread::RunningThread() {
   static const ExitJoiner joiner;
+  Reaper::instance().reserve(static_cast<std::size_t>(nRunning.load()) + 1);
   nRunning.fetch_add(1);
 }
 

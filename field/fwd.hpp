@@ -54,6 +54,12 @@ class FragmentSelector;
 class Field;
 template <int N>
 class RegularlyFragmentedField;
+template <class Op, class R, class A, class B>
+class BinaryOperator;
+template <class Op>
+class ComputationalField;
+class Fragment;
+class FieldCollection;
 class BaseSpace;
 class BaseSpaceDependency;
 

@@ -57,8 +57,4 @@ class TRESK_OPEN_TEMPLATE Vector : public FixedArray<T, N> {
   constexpr Vector() noexcept {}  // NOLINT(modernize-use-equals-default)
 };
 
-/// Names an operation at compile time by the code of a character.
-template <int I, int J>
-struct TRESK_OPEN_TEMPLATE Operator {};
-
 }  // namespace Quorvel

@@ -7,5 +7,6 @@
 
 #include <tresk/foundation/BoundingBox.hpp>
 #include <tresk/foundation/FixedArray.hpp>
+#include <tresk/foundation/Operator.hpp>
 #include <tresk/foundation/PhysicalSpace.hpp>
 #include <tresk/foundation/Vec3Pack.hpp>

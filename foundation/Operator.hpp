@@ -2,19 +2,22 @@
 // Copyright (c) 2026 the Tresk authors
 #pragma once
 
+#include <tresk/foundation/Export.hpp>
+
 namespace Quorvel {
 
 /// An operation on numbers, named by the character code of its sign, for instance `Operator<'+'>`.
 /// \tparam Sign character code of the sign; \tparam Variant tells operations of equal sign apart, 0 for the arithmetic
 /// ones
 ///
-/// Each has a static `apply(a, b)`. A program adds operations by specialisations with variants of its own.
+/// The four below have a static `apply(a, b)`, others are names alone. A program adds operations by specialisations with
+/// variants of its own.
 template <int Sign, int Variant = 0>
-struct Operator;
+struct TRESK_OPEN_TEMPLATE Operator {};
 
 /// The sum.
 template <>
-struct Operator<'+', 0> {
+struct TRESK_EXPORT Operator<'+', 0> {
   template <class A, class B>
   static constexpr auto apply(const A& a, const B& b) {
     return a + b;
@@ -23,7 +26,7 @@ struct Operator<'+', 0> {
 
 /// The difference.
 template <>
-struct Operator<'-', 0> {
+struct TRESK_EXPORT Operator<'-', 0> {
   template <class A, class B>
   static constexpr auto apply(const A& a, const B& b) {
     return a - b;
@@ -32,7 +35,7 @@ struct Operator<'-', 0> {
 
 /// The product.
 template <>
-struct Operator<'*', 0> {
+struct TRESK_EXPORT Operator<'*', 0> {
   template <class A, class B>
   static constexpr auto apply(const A& a, const B& b) {
     return a * b;
@@ -41,7 +44,7 @@ struct Operator<'*', 0> {
 
 /// The quotient.
 template <>
-struct Operator<'/', 0> {
+struct TRESK_EXPORT Operator<'/', 0> {
   template <class A, class B>
   static constexpr auto apply(const A& a, const B& b) {
     return a / b;

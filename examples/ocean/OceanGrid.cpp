@@ -10,7 +10,8 @@ template <class Array>
 unsigned long long sumAxisMemory(const Array& grid, int rank) {
   unsigned long long bytes = 0;
   for (int c = 0; c < rank; ++c)
-    if (const auto& axis = grid.getAxis(c)) bytes += axis->size() * static_cast<unsigned long long>(axis->elementSize());
+    if (const auto& axis = grid.getAxis(c))
+      bytes += axis->size() * static_cast<unsigned long long>(axis->elementSize());
   return bytes;
 }
 

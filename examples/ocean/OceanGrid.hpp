@@ -14,8 +14,7 @@ using Grid = Tresk::DirectProductMemArray<Quorvel::PhysicalSpace::point, Tresk::
 using GridPtr = Ostrel::StrongPtr<Grid, Ostrel::Cacheable>;
 
 /// The coordinates of the cells at one depth: longitude and latitude from two linear axes.
-using LevelGrid =
-    Tresk::LinearDirectProductMemArray<Quorvel::FixedArray<double, 2>, Quorvel::FixedArray<double, 2>, 2>;
+using LevelGrid = Tresk::LinearDirectProductMemArray<Quorvel::FixedArray<double, 2>, Quorvel::FixedArray<double, 2>, 2>;
 using LevelGridPtr = Ostrel::StrongPtr<LevelGrid, Ostrel::Cacheable>;
 
 /// The coordinates as the source lists them.

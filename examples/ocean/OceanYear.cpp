@@ -30,7 +30,8 @@ OceanYear::OceanYear(const OceanField& ocean) {
     const MonthPtr month(months_.empty() ? new Month(blocks, " level")
                                          : new Month(blocks, Tresk::FieldWeakPtr(months_.front()), " level"));
     for (std::size_t depth = 0; depth < source.nDepths(); ++depth)
-      month->setCreator(ocean.getField().getCreatorByName(ocean.getName(m, depth)), month->getFragmentID(Block(0, 0, depth)));
+      month->setCreator(ocean.getField().getCreatorByName(ocean.getName(m, depth)),
+                        month->getFragmentID(Block(0, 0, depth)));
     months_.push_back(month);
   }
 

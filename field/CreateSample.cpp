@@ -1,0 +1,90 @@
+// SPDX-License-Identifier: BSD-3-Clause
+// Copyright (c) 2026 the Tresk authors
+#include <tresk/field/CreateSample.hpp>
+
+#include <tresk/field/MemBase.hpp>
+#include <tresk/field/ParallelRange.hpp>
+#include <tresk/field/PrimitiveTypes.hpp>
+
+#include <cstring>
+#include <limits>
+#include <optional>
+
+namespace Tresk {
+
+namespace {
+
+using Detail::ChunkPtr;
+
+/// stride x count + offset, if that fits 64 bits.
+std::optional<unsigned long long> requiredSize(unsigned long long stride, unsigned long long count,
+                                               unsigned long long offset) {
+  constexpr unsigned long long Greatest = std::numeric_limits<unsigned long long>::max();
+  if (stride != 0 && count > (Greatest - offset) / stride) return std::nullopt;
+  return stride * count + offset;
+}
+
+bool hasRoom(unsigned long long size, unsigned long long stride, unsigned long long count, unsigned long long offset) {
+  const std::optional<unsigned long long> required = requiredSize(stride, count, offset);
+  return required && size >= *required;
+}
+
+template <class T>
+void copySample(T* dst, const T* src, const SampleParameters& parameters) {
+  if (parameters.count == 0) return;
+  const unsigned long long dstStride = parameters.destinationStride;
+  const unsigned long long srcStride = parameters.sourceStride;
+  dst += parameters.destinationOffset;
+  src += parameters.sourceOffset;
+  const Detail::Range range{0, parameters.count};
+  if (dstStride == 1 && srcStride == 1) {
+    Detail::forEachShare(range, [=](unsigned long long begin, unsigned long long end) {
+      std::memmove(dst + begin, src + begin, (end - begin) * sizeof(T));
+    });
+    return;
+  }
+  const auto copy = [=](unsigned long long begin, unsigned long long end) {
+    for (unsigned long long i = begin; i < end; ++i) dst[dstStride * i] = src[srcStride * i];
+  };
+  if (dstStride == 0)
+    copy(range.begin, range.end);  // all to one place, the last one stays
+  else
+    Detail::forEachShare(range, copy);
+}
+
+}  // namespace
+
+bool CreateSample(ChunkPtr& destination, const ChunkPtr& source, const SampleParameters& parameters) {
+  const ChunkPtr srcHeld = source;
+  if (!srcHeld) return false;
+  return Detail::withElements<Detail::SamplePrimitives>(srcHeld.get(), [&]<class T>(const std::vector<T>& src) {
+    if (!destination) {
+      const std::optional<unsigned long long> size =
+          requiredSize(parameters.destinationStride, parameters.count, parameters.destinationOffset);
+      destination = ChunkPtr(new Ostrel::Chunk<T>(size.value_or(std::numeric_limits<unsigned long long>::max())));
+    }
+    const ChunkPtr dstHeld = destination;
+    std::vector<T>* const dst = Detail::elementsOf<T>(dstHeld.get());
+    if (dst == nullptr) return false;
+    if (hasRoom(dst->size(), parameters.destinationStride, parameters.count, parameters.destinationOffset) &&
+        hasRoom(src.size(), parameters.sourceStride, parameters.count, parameters.sourceOffset))
+      copySample(dst->data(), src.data(), parameters);
+    return true;
+  });
+}
+
+bool CreateSample(const MemBasePtr& destination, const MemBasePtr& source, const SampleParameters& parameters) {
+  if (!destination || !source) return false;
+  ChunkPtr dst = destination->getChunk();
+  const ChunkPtr src = source->getChunk();
+  return dst && src && CreateSample(dst, src, parameters);
+}
+
+MemBasePtr CreateSample(const MemBasePtr& source, unsigned long long size, const SampleParameters& parameters,
+                        const CreatorWeakPtr&) {
+  if (!source) return MemBasePtr();
+  const MemBasePtr sample = source->create(DynamicSize{size}, typeid(void));
+  return CreateSample(sample, source, parameters) ? sample : MemBasePtr();
+}
+
+}  // namespace Tresk
