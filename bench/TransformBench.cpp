@@ -137,6 +137,18 @@ void sampleRaw() {
   benchmark::ClobberMemory();
 }
 
+void sampleBytes() {
+  ChunkPtr dst = chunkOf<unsigned char, 1>(Count);
+  Tresk::CreateSample(dst, chunkOf<unsigned char, 2>(Count), {Count / 2, 0, 1, 0, 2});
+}
+void sampleBytesRaw() {
+  auto* const dst = dataOf<unsigned char>(chunkOf<unsigned char, 1>(Count));
+  const auto* const src = dataOf<unsigned char>(chunkOf<unsigned char, 2>(Count));
+#pragma omp parallel for schedule(static)
+  for (unsigned long long i = 0; i < Count / 2; ++i) dst[i] = src[2 * i];
+  benchmark::ClobberMemory();
+}
+
 template <class F, bool IsInPlace>
 void shift() {
   static const ChunkPtr constant(new Chunk<Triple<F>>(1));
@@ -212,6 +224,7 @@ const Rows rows([] {
   addThreadRows("sample 1:1", 0, sample<1, 1, Count>, sampleRaw<1, 1, Count>);
   addThreadRows("sample 1:2", 0, sample<1, 2, Count / 2>, sampleRaw<1, 2, Count / 2>);
   addThreadRows("sample 7:7", 0, sample<7, 7, Count / 7>, sampleRaw<7, 7, Count / 7>);
+  addThreadRows("sample 1:2 of bytes", 0, sampleBytes, sampleBytesRaw);
   addPlainRow("dispatch", 1.10, dispatch, dispatchRaw);
   addPlainRow("shift double", 1.05, shift<double, false>, shiftRaw<double, false>);
   addPlainRow("shift double in place", 1.05, shift<double, true>, shiftRaw<double, true>);

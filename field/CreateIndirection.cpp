@@ -9,6 +9,7 @@
 
 #include <cstdint>
 #include <cstring>
+#include <type_traits>
 
 namespace Tresk {
 
@@ -119,6 +120,7 @@ template <class T, class IndexType>
 bool doIndirection(std::vector<T>& dst, const std::vector<T>& src, const Indirection<IndexType>& indirection) {
   const Ostrel::Profiler profiler(SourceFile, 42, __PRETTY_FUNCTION__, "CreateIndirectionArray - doIndirection", 6, "");
   if (!indirection.fits(dst.size())) return false;
+  static_assert(std::is_trivially_copyable_v<T>, "elements are copied as bytes");
   indirection.run(FixedBlock<sizeof(T)>(), dst.data(), src.data());
   return true;
 }

@@ -27,10 +27,11 @@ namespace Tresk {
 /// outside its chunk, and index vectors must reach to `end`. Offset and index are added in the width of the index type;
 /// offset and i in 64 bits.
 ///
-/// \return whether a copy ran; true for an empty range
-/// Threads: runs on all threads of OpenMP, in equal parts. Destination places must be distinct, and no place may be
-/// read that is written: the order is not defined. The chunks must not change meanwhile.
-/// Cost: one cast of each chunk, then one flat loop.
+/// \return whether a copy ran; true for an empty range that passes the test
+/// Threads: runs on all threads of OpenMP, in equal parts; on one where the library has no OpenMP. Destination places
+/// must be distinct, and no place may be read that is written: the order is not defined. The chunks must not change
+/// meanwhile.
+/// Cost: one cast of each chunk, then one flat loop. For chunks of another type than they say, up to 60 casts.
 TRESK_EXPORT bool CreateIndirection(const Ostrel::StrongPtr<Ostrel::ChunkBase, Ostrel::ChunkBase>& dst,
                                     const Ostrel::StrongPtr<Ostrel::ChunkBase, Ostrel::ChunkBase>& src,
                                     const std::vector<unsigned int>* dstIndices,
@@ -49,15 +50,17 @@ TRESK_EXPORT bool CreateIndirection(const Ostrel::StrongPtr<Ostrel::ChunkBase, O
 ///
 /// The source is read through its whole chunk, also if it is a view of a part.
 /// \param indices a chunk of `unsigned int` or `unsigned long long`, none beyond the source
-/// \param size of the result; it must have at least as many elements as there are indices
-/// \return null if the source is empty or of an element type that `CreateIndirection` does not serve, if the indices are
-/// of another type, or if the result is too small for them
+/// \param size of the result. It must have at least as many elements as there are indices, which is tested, and
+/// `components` times as many if there are several components, for which the caller answers
+/// \return null if the source is empty or of an element type that `CreateIndirection` does not serve, if the indices
+/// are of another type, if the result has less elements than there are indices, or if there is no array of its rank
+/// Errors: `std::length_error` and `std::bad_alloc` of the new array.
 /// Threads and cost as `CreateIndirection`.
 TRESK_EXPORT MemBasePtr pullData(const MemBasePtr& source,
                                  const Ostrel::StrongPtr<Ostrel::ChunkBase, Ostrel::ChunkBase>& indices,
                                  const DynamicSize& size, unsigned long long components);
 /// The same with the indices in an array, which gives the size. With 2 or more components these become the new lowest
-/// dimension.
+/// dimension. Indices are read through the whole chunk of their array, so that a view of a part yields null.
 TRESK_EXPORT MemBasePtr pullData(const MemBasePtr& source, const MemBasePtr& indices, unsigned long long components);
 
 }  // namespace Tresk

@@ -9,6 +9,7 @@
 #include <cstring>
 #include <limits>
 #include <optional>
+#include <vector>
 
 namespace Tresk {
 
@@ -24,9 +25,11 @@ std::optional<unsigned long long> requiredSize(unsigned long long stride, unsign
   return stride * count + offset;
 }
 
+/// Whether a chunk has the elements that it must have. With a stride of 0 that number counts none but those before the
+/// offset, and the one at the offset must be there as well.
 bool hasRoom(unsigned long long size, unsigned long long stride, unsigned long long count, unsigned long long offset) {
   const std::optional<unsigned long long> required = requiredSize(stride, count, offset);
-  return required && size >= *required;
+  return required && size >= *required && (stride != 0 || count == 0 || offset < size);
 }
 
 template <class T>
@@ -44,7 +47,12 @@ void copySample(T* dst, const T* src, const SampleParameters& parameters) {
     return;
   }
   const auto copy = [=](unsigned long long begin, unsigned long long end) {
-    for (unsigned long long i = begin; i < end; ++i) dst[dstStride * i] = src[srcStride * i];
+    // Copies of its own for the thread: a write of bytes might change the shared ones, for all the compiler knows.
+    T* const ownDst = dst;
+    const T* const ownSrc = src;
+    const unsigned long long ownDstStride = dstStride;
+    const unsigned long long ownSrcStride = srcStride;
+    for (unsigned long long i = begin; i < end; ++i) ownDst[ownDstStride * i] = ownSrc[ownSrcStride * i];
   };
   if (dstStride == 0)
     copy(range.begin, range.end);  // all to one place, the last one stays
@@ -74,10 +82,11 @@ bool CreateSample(ChunkPtr& destination, const ChunkPtr& source, const SamplePar
 }
 
 bool CreateSample(const MemBasePtr& destination, const MemBasePtr& source, const SampleParameters& parameters) {
-  if (!destination || !source) return false;
+  if (!destination) return false;
   ChunkPtr dst = destination->getChunk();
+  if (!dst || !source) return false;
   const ChunkPtr src = source->getChunk();
-  return dst && src && CreateSample(dst, src, parameters);
+  return src && CreateSample(dst, src, parameters);
 }
 
 MemBasePtr CreateSample(const MemBasePtr& source, unsigned long long size, const SampleParameters& parameters,

@@ -2,7 +2,15 @@
 // Copyright (c) 2026 the Tresk authors
 #pragma once
 
-#if defined(_OPENMP)
+#if defined(__SANITIZE_THREAD__)
+#define TRESK_SERIAL_LOOPS
+#elif defined(__has_feature)
+#if __has_feature(thread_sanitizer)
+#define TRESK_SERIAL_LOOPS
+#endif
+#endif
+#if defined(_OPENMP) && !defined(TRESK_SERIAL_LOOPS)
+#define TRESK_PARALLEL_LOOPS
 #include <omp.h>
 #endif
 
@@ -31,7 +39,7 @@ constexpr Range shareOf(Range range, unsigned long long nThreads, unsigned long 
 template <class F>
 void forEachShare(Range range, const F& f) {
   if (range.begin >= range.end) return;
-#if defined(_OPENMP)
+#if defined(TRESK_PARALLEL_LOOPS)
 #pragma omp parallel
   {
     const Range share = shareOf(range, static_cast<unsigned long long>(omp_get_num_threads()),

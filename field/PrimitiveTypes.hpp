@@ -6,7 +6,8 @@
 #include <tresk/foundation/FixedArray.hpp>
 
 #include <type_traits>
-#include <utility>
+#include <typeinfo>
+#include <vector>
 
 /// \file
 /// The element types that copies between chunks serve, in one table, and the search for the type of a chunk in it.

@@ -6,6 +6,9 @@
 #include <tresk/field/PrimitiveTypes.hpp>
 #include <tresk/foundation/Profiler.hpp>
 
+#include <utility>
+#include <vector>
+
 namespace Tresk {
 
 namespace {
@@ -86,8 +89,10 @@ bool Shift(const ChunkPtr& destination, const ChunkPtr& source, const ChunkPtr& 
 }
 
 bool Shift(const MemBasePtr& destination, const MemBasePtr& source, const ChunkPtr& shift) {
-  if (!destination || !source) return false;
-  return Shift(destination->getChunk(), source->getChunk(), shift);
+  if (!destination) return false;
+  const ChunkPtr dst = destination->getChunk();
+  const ChunkPtr src = source ? source->getChunk() : ChunkPtr();
+  return Shift(dst, src, shift);
 }
 
 MemBasePtr Shift(const MemBasePtr& source, const ChunkPtr& shift, const CreatorWeakPtr&) {

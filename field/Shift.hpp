@@ -31,6 +31,7 @@ TRESK_EXPORT bool Shift(const MemBasePtr& destination, const MemBasePtr& source,
                         const Ostrel::StrongPtr<Ostrel::ChunkBase, Ostrel::ChunkBase>& shift);
 /// A new array of the type and size of the source with the sums; null in place of false. So a source of `double` takes
 /// no shift of `float`, which would need a destination of `float`.
+/// Errors: `std::bad_alloc` of the new array.
 /// \param creator is not used, deliberately: the new array belongs to no creator
 TRESK_EXPORT MemBasePtr Shift(const MemBasePtr& source,
                               const Ostrel::StrongPtr<Ostrel::ChunkBase, Ostrel::ChunkBase>& shift,
