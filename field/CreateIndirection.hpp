@@ -60,7 +60,8 @@ TRESK_EXPORT MemBasePtr pullData(const MemBasePtr& source,
                                  const Ostrel::StrongPtr<Ostrel::ChunkBase, Ostrel::ChunkBase>& indices,
                                  const DynamicSize& size, unsigned long long components);
 /// The same with the indices in an array, which gives the size. With 2 or more components these become the new lowest
-/// dimension. Indices are read through the whole chunk of their array, so that a view of a part yields null.
+/// dimension. Indices are read through the whole chunk of their array: of a view of a part there are more than the
+/// result has room for, which yields null, or with several components passes the test and must not be.
 TRESK_EXPORT MemBasePtr pullData(const MemBasePtr& source, const MemBasePtr& indices, unsigned long long components);
 
 }  // namespace Tresk

@@ -55,7 +55,7 @@ void copySample(T* dst, const T* src, const SampleParameters& parameters) {
     for (unsigned long long i = begin; i < end; ++i) ownDst[ownDstStride * i] = ownSrc[ownSrcStride * i];
   };
   if (dstStride == 0)
-    copy(range.begin, range.end);  // all to one place, the last one stays
+    copy(range.end - 1, range.end);  // all go to one place, where the last one stays
   else
     Detail::forEachShare(range, copy);
 }

@@ -98,7 +98,12 @@ bool Shift(const MemBasePtr& destination, const MemBasePtr& source, const ChunkP
 MemBasePtr Shift(const MemBasePtr& source, const ChunkPtr& shift, const CreatorWeakPtr&) {
   if (!source) return MemBasePtr();
   const MemBasePtr shifted = source->create(typeid(void));
-  return Shift(shifted, source, shift) ? shifted : MemBasePtr();
+  if (!shifted) return MemBasePtr();
+  // The whole chunk of the source is shifted, and that of a view is longer than the new array.
+  const ChunkPtr dst = shifted->getChunk();
+  const ChunkPtr src = source->getChunk();
+  if (dst && src && dst->size() < src->size()) return MemBasePtr();
+  return Shift(dst, src, shift) ? shifted : MemBasePtr();
 }
 
 bool ShiftInPlace(const ChunkPtr& data, const ChunkPtr& shift) {

@@ -29,8 +29,9 @@ TRESK_EXPORT bool Shift(const Ostrel::StrongPtr<Ostrel::ChunkBase, Ostrel::Chunk
 /// The same for the chunks of two arrays.
 TRESK_EXPORT bool Shift(const MemBasePtr& destination, const MemBasePtr& source,
                         const Ostrel::StrongPtr<Ostrel::ChunkBase, Ostrel::ChunkBase>& shift);
-/// A new array of the type and size of the source with the sums; null in place of false. So a source of `double` takes
-/// no shift of `float`, which would need a destination of `float`.
+/// A new array of the type and size of the source with the sums; null in place of false, and for a view of a part of a
+/// chunk, as whole chunks are shifted. A source of `double` takes no shift of `float`, which would need a destination of
+/// `float`.
 /// Errors: `std::bad_alloc` of the new array.
 /// \param creator is not used, deliberately: the new array belongs to no creator
 TRESK_EXPORT MemBasePtr Shift(const MemBasePtr& source,

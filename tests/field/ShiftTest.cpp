@@ -447,6 +447,15 @@ TEST_F(ShiftTest, ANewArrayOfDoublesTakesNoShiftOfFloats) {
   EXPECT_TRUE(ShiftInPlace(source->getChunk(), shift));
 }
 
+TEST_F(ShiftTest, ANewArrayOfAViewIsNull) {
+  using Triple = FixedArray<double, 3>;
+  const MemBasePtr whole(new MemArray<2, Triple>({2, 300}, nobody));
+  const MemBasePtr slice = dynamic_cast<const MemArray<2, Triple>&>(*whole).getSlice(1, nobody);
+  ASSERT_TRUE(slice);
+  ASSERT_LT(slice->nElements(), slice->getChunk()->size());
+  EXPECT_FALSE(Shift(slice, chunkOf<Triple>({Triple(1, 2, 3)}), nobody));
+}
+
 TEST_F(ShiftTest, ViewsAreShiftedThroughTheirWholeChunk) {
   const ArrayPtr<2, D3> array = makeSamples<2, D3>(MultiIndex<2>(2, 3));
   const MemBasePtr slice = array->getSlice(2, nobody);
