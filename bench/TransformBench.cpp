@@ -141,11 +141,15 @@ void sampleBytes() {
   ChunkPtr dst = chunkOf<unsigned char, 1>(Count);
   Tresk::CreateSample(dst, chunkOf<unsigned char, 2>(Count), {Count / 2, 0, 1, 0, 2});
 }
+/// With strides that the compiler does not know, as in the library: known ones become vector code.
 void sampleBytesRaw() {
+  static volatile unsigned long long strides[2] = {1, 2};
+  const unsigned long long to = strides[0];
+  const unsigned long long from = strides[1];
   auto* const dst = dataOf<unsigned char>(chunkOf<unsigned char, 1>(Count));
   const auto* const src = dataOf<unsigned char>(chunkOf<unsigned char, 2>(Count));
 #pragma omp parallel for schedule(static)
-  for (unsigned long long i = 0; i < Count / 2; ++i) dst[i] = src[2 * i];
+  for (unsigned long long i = 0; i < Count / 2; ++i) dst[to * i] = src[from * i];
   benchmark::ClobberMemory();
 }
 

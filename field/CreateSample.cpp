@@ -46,14 +46,32 @@ void copySample(T* dst, const T* src, const SampleParameters& parameters) {
     });
     return;
   }
-  const auto copy = [=](unsigned long long begin, unsigned long long end) {
-    // Copies of its own for the thread: a write of bytes might change the shared ones, for all the compiler knows.
-    T* const ownDst = dst;
-    const T* const ownSrc = src;
-    const unsigned long long ownDstStride = dstStride;
-    const unsigned long long ownSrcStride = srcStride;
-    for (unsigned long long i = begin; i < end; ++i) ownDst[ownDstStride * i] = ownSrc[ownSrcStride * i];
+  // The loops have copies of their own: a write of bytes might change the shared ones, for all the compiler knows.
+  const auto copyDense = [=](unsigned long long begin, unsigned long long end) {
+    T* const to = dst;
+    const T* const from = src;
+    const unsigned long long stride = srcStride;
+    unsigned long long i = begin;
+    for (; end - i >= 4; i += 4) {
+      const T elements[4] = {from[stride * i], from[stride * (i + 1)], from[stride * (i + 2)], from[stride * (i + 3)]};
+      to[i] = elements[0];
+      to[i + 1] = elements[1];
+      to[i + 2] = elements[2];
+      to[i + 3] = elements[3];
+    }
+    for (; i < end; ++i) to[i] = from[stride * i];
   };
+  const auto copy = [=](unsigned long long begin, unsigned long long end) {
+    T* const to = dst;
+    const T* const from = src;
+    const unsigned long long toStride = dstStride;
+    const unsigned long long fromStride = srcStride;
+    for (unsigned long long i = begin; i < end; ++i) to[toStride * i] = from[fromStride * i];
+  };
+  if (dstStride == 1) {
+    Detail::forEachShare(range, copyDense);
+    return;
+  }
   if (dstStride == 0)
     copy(range.end - 1, range.end);  // all go to one place, where the last one stays
   else
