@@ -40,12 +40,14 @@ using SuccessiveThreadsTest = TreskTest::AsynchronCreatorFixture;
 
 TEST_F(SuccessiveThreadsTest, ALateThreadDoesNotSpeakForItsSuccessor) {
   const std::thread::id here = std::this_thread::get_id();
+  Tokens hasBegun;
   Tokens first;
   Tokens second;
   std::atomic<int> nThreads{0};
   Tresk::Detail::asynchronHooks().beforeLock = [&] {
     if (std::this_thread::get_id() == here) return;
     if (++nThreads == 1) {
+      hasBegun.add();
       first.take();
     } else {
       first.add();
@@ -55,6 +57,7 @@ TEST_F(SuccessiveThreadsTest, ALateThreadDoesNotSpeakForItsSuccessor) {
   Tresk::Detail::asynchronHooks().beforeWait = [&second] { second.add(); };
   const SubjectPtr creator = makeGated(0);
   EXPECT_TRUE(creator->request({}));
+  hasBegun.take();
   // The work is done here before the thread comes to it, so that another can be requested.
   EXPECT_TRUE(AsynchronCreator::createData(SubjectWeakPtr(creator), {}));
   EXPECT_EQ(creator->release(), Creature::Released);
