@@ -165,12 +165,14 @@ bool iCreateIndirection(std::size_t components, const ChunkPtr& dst, const Chunk
   });
 }
 
-/// The indices of a chunk of that type as they are handed on; null for a chunk of another type.
+/// Gathers through indices of that type; false for a chunk of another type.
 template <class IndexType>
 bool pull(const MemBasePtr& target, const MemBasePtr& source, const ChunkPtr& indices, unsigned long long components) {
   const std::vector<IndexType>* const from = Detail::elementsOf<IndexType>(indices.get());
-  return from != nullptr &&
-         CreateIndirection(target->getChunk(), source->getChunk(), nullptr, from, 0, from->size(), 0, 0, components);
+  if (from == nullptr) return false;
+  const ChunkPtr src = source->getChunk();
+  const ChunkPtr dst = target->getChunk();
+  return CreateIndirection(dst, src, nullptr, from, 0, from->size(), 0, 0, components);
 }
 
 }  // namespace

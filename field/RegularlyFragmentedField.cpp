@@ -2,7 +2,7 @@
 // Copyright (c) 2026 the Tresk authors
 #include <tresk/field/RegularlyFragmentedField.hpp>
 
-#include <limits>
+#include <algorithm>
 #include <stdexcept>
 
 namespace Tresk {
@@ -13,13 +13,12 @@ namespace {
 template <int N>
 unsigned long long countBlocks(const MultiIndex<N>& extents) {
   static const unsigned long long limit = std::vector<CreatorPtr>().max_size();
+  if (std::find(extents.begin(), extents.end(), 0U) != extents.end()) return 0;
   unsigned long long n = 1;
   for (const unsigned long long extent : extents) {
-    if (extent == 0) return 0;
-    if (n > limit / extent) n = std::numeric_limits<unsigned long long>::max();
-    if (n <= limit) n *= extent;
+    if (n > limit / extent) throw std::length_error("cannot create std::vector larger than max_size()");
+    n *= extent;
   }
-  if (n > limit) throw std::length_error("cannot create std::vector larger than max_size()");
   return n;
 }
 
