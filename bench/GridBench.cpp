@@ -3,12 +3,10 @@
 #include "Harness.hpp"
 
 #include <tresk/field/UniformCartesianArray.hpp>
+#include <tresk/foundation/LargePages.hpp>
 
 #include <cstdlib>
 #include <vector>
-#if defined(__linux__)
-#include <sys/mman.h>
-#endif
 #if defined(__SSE2__)
 #include <emmintrin.h>
 #endif
@@ -21,7 +19,6 @@ using Point = Quorvel::PhysicalSpace::point;
 using ExplicitAxis = CoordinateAxisArray<double, ExplicitCoordinateAxisArray>;
 
 constexpr unsigned long long Edge = 256;
-constexpr std::size_t PageSize = 4096;
 
 std::vector<double> positions(double origin, double step) {
   std::vector<double> axis(Edge);
@@ -42,10 +39,8 @@ void writeRaw(benchmark::State& state) {
   const std::vector<double> y = positions(1.0, 0.2);
   const std::vector<double> z = positions(2.0, 0.3);
   const auto run = [&] {
-    auto* const out = static_cast<double*>(std::aligned_alloc(PageSize, Edge * Edge * Edge * 24));
-#if defined(__linux__)
-    madvise(out, Edge * Edge * Edge * 24, MADV_HUGEPAGE);
-#endif
+    auto* const out = static_cast<double*>(std::aligned_alloc(64, Edge * Edge * Edge * 24));
+    Ostrel::Detail::preferLargePages(out, Edge * Edge * Edge * 24);
     double* p = out;
     for (unsigned long long k = 0; k < Edge; ++k) {
       for (unsigned long long j = 0; j < Edge; ++j) {
