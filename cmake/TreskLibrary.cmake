@@ -14,7 +14,8 @@ file(GLOB TRESK_SOURCES CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/foundation/*.cpp
 file(GLOB TRESK_HEADERS CONFIGURE_DEPENDS RELATIVE ${PROJECT_SOURCE_DIR} ${PROJECT_SOURCE_DIR}/foundation/*.hpp
      ${PROJECT_SOURCE_DIR}/field/*.hpp)
 # Internal to the library: not installed, and not checked to be public.
-list(REMOVE_ITEM TRESK_HEADERS foundation/CacheMutex.hpp field/AsynchronHooks.hpp field/NamedEntries.hpp
+list(REMOVE_ITEM TRESK_HEADERS foundation/CacheBooks.hpp foundation/CacheKeeper.hpp foundation/LeafMutex.hpp
+     field/AsynchronHooks.hpp field/NamedEntries.hpp
      field/ParallelRange.hpp field/PointRows.hpp field/PrimitiveTypes.hpp field/ThreadReaper.hpp field/WalkHolder.hpp)
 list(TRANSFORM TRESK_HEADERS PREPEND ${TRESK_INCLUDE_ROOT}/tresk/)
 

@@ -90,6 +90,7 @@ void AsynchronCreator::setup(const DynamicSize& size, const TreskTypePtr& type) 
 MemBasePtr AsynchronCreator::create_data() const { return function_ ? function_(isDiscarded_) : MemBasePtr(); }
 
 bool AsynchronCreator::createData(const SelfWeakPtr& self, const Callback&) {
+  const Ostrel::Detail::CacheOperation operation;  // ends last: what is let go then is let go without a lock
   callHook(&Detail::AsynchronHooks::beforeUpgrade);
   // In this order they end in reverse: the lock first, then the data, then, perhaps, the creator.
   const SelfPtr creator(self);
@@ -101,13 +102,16 @@ bool AsynchronCreator::createData(const SelfWeakPtr& self, const Callback&) {
   const Ostrel::MutexLock lock(creator->creation_.mutex);
   creator->creation_.announce(BodyMark::numberFor(creator.get()));  // other callers cannot speak for the thread
   creator->nCreations_.fetch_add(1, std::memory_order_relaxed);
+  Ostrel::Detail::CacheProduction production(*creator);
   // An exception leaves the under-creation flag set, deliberately.
   made = creator->create_data();
+  production.finish(made.isValid());
   if (made) {
     former = creator->data.exchangeFor(made);
     made->setCreator(creator->getSelf());
     creator->enableCaching(false);
     made->markAsUsed();
+    Ostrel::Detail::handInUses();
     made.resetUnlessLast();  // whoever sees that the work is done finds the data held by the creator alone
   }
   const Ostrel::MutexLock status(creator->statusMutex_);
@@ -120,6 +124,7 @@ MemBasePtr AsynchronCreator::produce() {
     held->markAsUsed();
     return held;
   }
+  const Ostrel::Detail::CacheOperation operation;
   std::shared_future<bool> finished;  // its state, with what the caller of `request` gave, goes after the lock
   const Ostrel::MutexLock lock(creation_.mutex);
   if (MemBasePtr held = data) {
@@ -139,6 +144,7 @@ MemBasePtr AsynchronCreator::produce() {
 
 bool AsynchronCreator::request(const Callback& callback) {
   if (data) return false;
+  const Ostrel::Detail::CacheOperation operation;
   Detail::joinFinishedThreads();
   {
     const Ostrel::MutexLock status(statusMutex_);
@@ -182,12 +188,17 @@ bool AsynchronCreator::request(const Callback& callback) {
   return producer ? producer->request(callback) : true;
 }
 
-Ostrel::Creature::ReasonForReleasal AsynchronCreator::release() {
+Ostrel::Creature::ReasonForReleasal AsynchronCreator::release() TRESK_NO_THREAD_SAFETY_ANALYSIS {
   if (isUnderCreation()) return StillInUse;
   if (!data) return Released;  // without the lock: a production on a caller's thread holds it, and may trim the cache
   MemBasePtr former;           // dies after the lock
-  const Ostrel::MutexLock lock(creation_.mutex);
-  return data.forgetIfSole(former) == Ostrel::Forgetting::IsShared ? StillInUse : Released;
+  if (!Ostrel::Detail::isAskedByCache())
+    creation_.mutex.lock();
+  else if (!creation_.mutex.try_lock())
+    return StillInUse;  // a production may wait for this very thread
+  const Ostrel::Forgetting forgetting = data.forgetIfSole(former);
+  creation_.mutex.unlock();
+  return forgetting == Ostrel::Forgetting::IsShared ? StillInUse : Released;
 }
 
 bool AsynchronCreator::discardCreation() {

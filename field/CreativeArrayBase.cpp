@@ -112,7 +112,9 @@ SizePtr makeSize(CreativeArrayBase& creator) {
   if (data) {
     data->markAsUsed();
   } else {
+    Ostrel::Detail::CacheProduction production(creator);
     data = creator.produce();
+    production.finish(data.isValid());
     if (!data) return SizePtr();
     data->setCreator(creator.getSelf());
     creator.enableCaching(false);

@@ -12,6 +12,7 @@ FunctionalCreatorBase::FunctionalCreatorBase(bool creatorFlag, const CacheWeakPt
 FunctionalCreatorBase::~FunctionalCreatorBase() = default;
 
 MemBasePtr FunctionalCreatorBase::produce() {
+  const Ostrel::Detail::CacheOperation operation;
   const Ostrel::MutexLock lock(creationMutex);
   if (MemBasePtr held = data) {
     held->markAsUsed();
@@ -28,7 +29,10 @@ bool FunctionalCreatorBase::request(const Callback&) {
     held->markAsUsed();
     return true;
   }
-  if (const MemBasePtr made = produce()) {
+  Ostrel::Detail::CacheProduction production(*this);
+  const MemBasePtr made = produce();
+  production.finish(made.isValid());
+  if (made) {
     made->setCreator(getSelf());
     enableCaching(false);
   }

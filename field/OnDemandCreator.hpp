@@ -18,7 +18,9 @@ template <class Computer, int N, class T>
 class TRESK_OPEN_TEMPLATE OnDemandCreator : public CreativeArrayBase {
  public:
   OnDemandCreator(const Computer& computer, const CacheWeakPtr& cache)
-      : CreativeArrayBase(cache), computer_(computer) {}
+      : CreativeArrayBase(cache), computer_(computer) {
+    setReleaseSilent(true);
+  }
 
   Ostrel::Creature::ReasonForReleasal release() override {
     return data_.forgetIfSole() == Ostrel::Forgetting::IsShared ? StillInUse : Released;
@@ -30,6 +32,7 @@ class TRESK_OPEN_TEMPLATE OnDemandCreator : public CreativeArrayBase {
   /// The held data, or those that the computer makes: they are tied to this creator at once, and it is touched.
   MemBasePtr produce() override {
     if (MemBasePtr held = data_) return held;
+    const Ostrel::Detail::CacheOperation operation;
     const CreatorWeakPtr self(this);
     Ostrel::StrongPtr<MemArray<N, T>, Ostrel::Cacheable> made(computer_(self));
     // An array of another kind is let go here: as a plain array its pointer would become valid again.

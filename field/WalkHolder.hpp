@@ -13,7 +13,7 @@ namespace Detail {
 
 /// Holds one creator after the other during a walk under a field's lock. It is declared before the lock: slots are
 /// reassigned under the shared lock, and a creator that only the walk still holds dies after it, as its end may ask
-/// the field.
+/// the field. Until then caches ask only creators whose release calls nobody.
 class WalkHolder {
  public:
   /// The creator of a slot, held until the next call; empty if there is none.
@@ -29,6 +29,7 @@ class WalkHolder {
   }
 
  private:
+  const Ostrel::Detail::CacheWalk walk_;  // ends last
   CreatorPtr held_;
   std::vector<CreatorPtr> last_;
 };

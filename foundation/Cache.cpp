@@ -2,22 +2,102 @@
 // Copyright (c) 2026 the Tresk authors
 #include <tresk/foundation/Cache.hpp>
 
-#include <tresk/foundation/CacheMutex.hpp>
+#include <tresk/foundation/CacheBooks.hpp>
+#include <tresk/foundation/CacheKeeper.hpp>
+#include <tresk/foundation/ChunkBase.hpp>
 #include <tresk/foundation/Creature.hpp>
+#include <tresk/foundation/Diagnostics.hpp>
+
+#include <algorithm>
+#include <fstream>
+#include <iomanip>
+#include <sstream>
+#include <utility>
+
+#if defined(__unix__)
+#include <unistd.h>
+#endif
 
 namespace Ostrel {
 
-constinit Mutex Detail::cacheMutex;
+using Detail::cacheMutex;
+using Detail::CacheBooks;
+
+namespace {
+
+/// Runs a pass for a cache that the caller holds.
+Detail::PassResult runPassOn(CacheBooks& books, const Detail::PassGoal& goal) {
+  Detail::CacheCharge charge;
+  {
+    const LeafLock lock(cacheMutex);
+    charge.books = &books;
+    charge.link.enterBefore(books.charges);
+  }
+  struct Leave {
+    Detail::CacheCharge& charge;
+    ~Leave() {
+      const LeafLock lock(cacheMutex);
+      charge.link.unlink();
+    }
+  } const leave{charge};
+  return Detail::runPass(charge, goal);
+}
+
+/// Something like 1.5 GiB.
+std::string toText(unsigned long long nBytes) {
+  static constexpr const char* Units[] = {"B", "KiB", "MiB", "GiB", "TiB", "PiB", "EiB"};
+  double value = static_cast<double>(nBytes);
+  std::size_t unit = 0;
+  while (value >= 1024 && unit + 1 < std::size(Units)) {
+    value /= 1024;
+    ++unit;
+  }
+  std::ostringstream text;
+  text << std::fixed << std::setprecision(unit == 0 ? 0 : 1) << value << ' ' << Units[unit];
+  return text.str();
+}
+
+}  // namespace
+
+const char* toString(CacheEventKind kind) noexcept {
+  switch (kind) {
+    case CacheEventKind::Used: return "Used";
+    case CacheEventKind::Produced: return "Produced";
+    case CacheEventKind::Failed: return "Failed";
+    case CacheEventKind::Entered: return "Entered";
+    case CacheEventKind::Evicted: return "Evicted";
+    case CacheEventKind::CannotRelease: return "CannotRelease";
+    case CacheEventKind::StillInUse: return "StillInUse";
+    case CacheEventKind::Thrown: return "Thrown";
+    case CacheEventKind::LimitExceeded: return "LimitExceeded";
+    case CacheEventKind::Returned: return "Returned";
+  }
+  return "";
+}
+
+const char* toString(CacheHoldingState state) noexcept {
+  switch (state) {
+    case CacheHoldingState::Held: return "held";
+    case CacheHoldingState::HeldByCallers: return "held by callers";
+    case CacheHoldingState::Kept: return "kept";
+    case CacheHoldingState::CannotRelease: return "cannot be brought back";
+    case CacheHoldingState::InProduction: return "in production";
+  }
+  return "";
+}
 
 CacheBase::CacheBase() : ReferenceBase<CacheBase>(this) {}
 CacheBase::~CacheBase() = default;
 
-Cache::Cache() : cacheables_(nullptr), creatures_(nullptr) {}
+Cache::Cache() : Cache(StrongPtr<Cache, CacheBase>()) {}
+
+Cache::Cache(const StrongPtr<Cache, CacheBase>& parent)
+    : parent_(parent), books_(new CacheBooks(parent ? parent->books_.get() : nullptr)) {}
 
 Cache::~Cache() {
-  const MutexLock lock(Detail::cacheMutex);
-  while (cacheables_.isLinked()) cacheables_.next->unlink();
-  while (creatures_.isLinked()) creatures_.next->unlink();
+  stopThread();
+  setPolicy(StrongPtr<CachePolicy, CachePolicy>());
+  setListener(CacheListener());
 }
 
 const StrongPtr<Cache, CacheBase>& Cache::MemCache() {
@@ -26,38 +106,176 @@ const StrongPtr<Cache, CacheBase>& Cache::MemCache() {
   return *cache;
 }
 
-unsigned long long Cache::trim(unsigned long long bytes) {
-  std::vector<WeakPtr<Creature, Creature>> creators;
+void Cache::setLimit(unsigned long long nBytes) {
+  // An operation, so that what stands above the new limit is let go where that may be.
+  bool isOutermost = true;
   {
-    const MutexLock lock(Detail::cacheMutex);
-    for (const CacheLink<Cacheable>* link = cacheables_.next; link != &cacheables_; link = link->next)
-      creators.push_back(link->owner->creator_);
+    const LeafLock lock(cacheMutex);
+    books_->counts.limit = nBytes;
+    isOutermost = Detail::threadBooks == nullptr || Detail::threadBooks->nOperations == 0;
   }
-  unsigned long long nReleased = 0;
-  for (const WeakPtr<Creature, Creature>& creator : creators) {
-    if (nReleased >= bytes) break;
-    const Pin<Creature> pinned(creator);
-    // A creator that nobody holds yet may still be in its constructor.
-    if (!pinned || pinned->getCachingCount() == 0 || pinned->isKept()) continue;
-    unsigned long long nHeld = 0;
-    if (const StrongPtr<Cacheable, Cacheable> data = pinned->getCacheable()) nHeld = data->memsize();
-    if (pinned->release() == Creature::Released) nReleased += nHeld;
+  if (isOutermost) runPassOn(*books_, Detail::PassGoal());
+}
+
+unsigned long long Cache::getLimit() const {
+  const LeafLock lock(cacheMutex);
+  return books_->counts.limit;
+}
+
+unsigned long long Cache::trim(unsigned long long bytes) {
+  if (bytes == 0) return 0;
+  return runPassOn(*books_, {.nWanted = bytes, .isExplicit = true}).nGivenBack;
+}
+
+bool Cache::enforceLimit() { return runPassOn(*books_, {.isExplicit = true}).holds; }
+
+void Cache::setPolicy(const StrongPtr<CachePolicy, CachePolicy>& policy) {
+  StrongPtr<CachePolicy, CachePolicy> former;
+  std::vector<CacheBooks::Ranked> formerRanks;
+  const LeafLock lock(cacheMutex);
+  Detail::nMeasuringCaches.fetch_add((policy ? 1 : 0) - (books_->policy ? 1 : 0), std::memory_order_relaxed);
+  former = books_->policy.exchangeFor(policy);
+  formerRanks.swap(books_->ranked);
+  books_->nRankedTaken = 0;
+}
+
+void Cache::setListener(const CacheListener& listener) {
+  std::shared_ptr<const CacheListener> next = listener ? std::make_shared<const CacheListener>(listener) : nullptr;
+  const LeafLock lock(cacheMutex);
+  const int difference = (next ? 1 : 0) - (books_->listener ? 1 : 0);
+  Detail::nMeasuringCaches.fetch_add(difference, std::memory_order_relaxed);
+  Detail::nListeningCaches.fetch_add(difference, std::memory_order_relaxed);
+  books_->listener.swap(next);
+}
+
+void Cache::setReturnsMemoryAfter(unsigned long long nBytes) {
+  const LeafLock lock(cacheMutex);
+  books_->returnsFrom = nBytes;
+  books_->nUnreturned = 0;
+}
+
+void Cache::startThread() {
+  const auto keeper = std::make_shared<Detail::CacheKeeper>();
+  {
+    const LeafLock lock(cacheMutex);
+    if (books_->keeper != nullptr) return;
+    books_->keeper = keeper;
   }
-  return nReleased;
+  try {
+    keeper->start(*books_);
+  } catch (...) {
+    stopThread();
+    throw;
+  }
+}
+
+void Cache::stopThread() {
+  std::shared_ptr<Detail::CacheKeeper> keeper;
+  {
+    const LeafLock lock(cacheMutex);
+    keeper.swap(books_->keeper);
+  }
+  if (keeper != nullptr) keeper->stop();
+}
+
+CacheStatistics Cache::getStatistics() const {
+  Detail::handInUses();
+  const LeafLock lock(cacheMutex);
+  CacheStatistics counts = books_->counts;
+  counts.nInFlightBytes += books_->nLeaving;
+  return counts;
+}
+
+std::vector<CacheHolding> Cache::getHoldings() const {
+  const std::vector<const Creature*> producing = Detail::shownProductions();
+  std::vector<CacheHolding> all;
+  for (std::size_t nRoom = 0;;) {
+    all.reserve(nRoom);
+    const LeafLock lock(cacheMutex);
+    nRoom = 0;
+    books_->forEachBelow([&](const CacheBooks& books) { nRoom += books.nListed; });
+    if (nRoom > all.capacity()) continue;
+    books_->forEachBelow([&](const CacheBooks& books) {
+      for (const CacheLink<Cacheable>* ring : {&books.order, &books.parked})
+        for (const CacheLink<Cacheable>* link = ring->next; link != ring; link = link->next)
+          if (link->owner != nullptr) all.push_back(link->owner->getHolding());
+    });
+    break;
+  }
+  for (CacheHolding& holding : all) {
+    const Pin<Creature> creator(holding.creature);
+    if (!creator) {
+      holding.state = CacheHoldingState::HeldByCallers;
+      continue;
+    }
+    const Creature& object = *creator;
+    holding.creator = Typename(typeid(object));
+    const auto history = creator->getProvenances();
+    if (!history.empty() && history.front()) holding.path = history.front()->getPath('/');
+    if (creator->isUnderCreation() || std::find(producing.begin(), producing.end(), &object) != producing.end())
+      holding.state = CacheHoldingState::InProduction;
+    else if (creator->isKept())
+      holding.state = CacheHoldingState::Kept;
+    else if (holding.nHolders > 0)
+      holding.state = CacheHoldingState::HeldByCallers;
+  }
+  std::stable_sort(all.begin(), all.end(),
+                   [](const CacheHolding& a, const CacheHolding& b) { return a.nBytes > b.nBytes; });
+  return all;
+}
+
+std::string Cache::describe(unsigned int nLines) const {
+  const CacheStatistics counts = getStatistics();
+  std::ostringstream text;
+  text << "limit " << (counts.limit == NoLimit ? std::string("none") : toText(counts.limit)) << ", held "
+       << toText(counts.nHeldBytes) << " (peak " << toText(counts.nPeakBytes) << "), in flight "
+       << toText(counts.nInFlightBytes) << "\nresident set " << toText(getResidentBytes()) << ", chunks "
+       << toText(static_cast<unsigned long long>(std::max(0LL, static_cast<long long>(ChunkBase::TotalMemsize))))
+       << "\nhits " << counts.nHits << ", productions " << counts.nProductions << ", failures " << counts.nFailures
+       << ", entries " << counts.nEntries << "\nevictions asked " << counts.nAsked << ", done " << counts.nEvicted << " ("
+       << toText(counts.nBytesGivenBack) << "), refused: cannot be brought back " << counts.nCannotRelease
+       << ", in use " << counts.nStillInUse << ", exceptions " << counts.nThrown << '\n';
+  if (counts.nHeldBytes <= counts.limit) return text.str();
+  text << "the limit is passed by " << toText(counts.nHeldBytes - counts.limit) << "; in the way are\n";
+  unsigned int nTold = 0;
+  unsigned long long nMore = 0;
+  for (const CacheHolding& holding : getHoldings()) {
+    if (holding.state == CacheHoldingState::Held) continue;
+    if (nTold == nLines) {
+      ++nMore;
+      continue;
+    }
+    ++nTold;
+    text << "  " << toText(holding.nBytes) << "  " << toString(holding.state);
+    if (holding.nHolders > 0) text << " (" << holding.nHolders << " besides the creator)";
+    text << ", " << (holding.creator.empty() ? "creator gone" : holding.creator);
+    if (!holding.path.empty()) text << ", " << holding.path;
+    text << '\n';
+  }
+  if (nMore != 0) text << "  and " << nMore << " more\n";
+  return text.str();
 }
 
 unsigned long long Cache::nCacheables() const {
-  const MutexLock lock(Detail::cacheMutex);
-  unsigned long long n = 0;
-  for (const CacheLink<Cacheable>* link = cacheables_.next; link != &cacheables_; link = link->next) ++n;
-  return n;
+  const LeafLock lock(cacheMutex);
+  return books_->nListed;
 }
 
 unsigned long long Cache::nCreatures() const {
-  const MutexLock lock(Detail::cacheMutex);
+  const LeafLock lock(cacheMutex);
   unsigned long long n = 0;
-  for (const CacheLink<const Creature>* link = creatures_.next; link != &creatures_; link = link->next) ++n;
+  for (const CacheLink<const Creature>* link = books_->creatures.next; link != &books_->creatures; link = link->next) ++n;
   return n;
+}
+
+unsigned long long getResidentBytes() {
+#if defined(__linux__)
+  std::ifstream file("/proc/self/statm");
+  unsigned long long nPages = 0;
+  unsigned long long nResidentPages = 0;
+  if (file >> nPages >> nResidentPages) return nResidentPages * static_cast<unsigned long long>(sysconf(_SC_PAGESIZE));
+#endif
+  return 0;
 }
 
 }  // namespace Ostrel

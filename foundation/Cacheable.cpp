@@ -2,10 +2,13 @@
 // Copyright (c) 2026 the Tresk authors
 #include <tresk/foundation/Cacheable.hpp>
 
-#include <tresk/foundation/CacheMutex.hpp>
+#include <tresk/foundation/CacheBooks.hpp>
 #include <tresk/foundation/Creature.hpp>
 
 namespace Ostrel {
+
+using Detail::CacheAccess;
+using Detail::cacheMutex;
 
 void ReferenceTraits<Cacheable>::firstStrongPointer(Cacheable* object) { object->CacheableDeferredConstructor(); }
 void ReferenceTraits<Cacheable>::preDestructor(Cacheable* object) noexcept { object->PreDestructor(); }
@@ -25,36 +28,81 @@ const std::type_info& Cacheable::CreatorType() const {
   return typeid(object);
 }
 
+void Cacheable::tie(const WeakPtr<Creature, Creature>& creator, const Creature* living, Detail::CacheBooks* books,
+                    unsigned long long nBytes) TRESK_NO_THREAD_SAFETY_ANALYSIS {
+  if (!creator_.sameRecord(creator)) creator_ = creator;
+  if (books == nullptr) {
+    Detail::CacheBooks::unlist(*this);
+    return;
+  }
+  getRecord()->tag.store(getSerialNumber(), std::memory_order_relaxed);
+  books->list(*this, nBytes, living, Detail::threadBooks);
+}
+
 void Cacheable::setCreator(const WeakPtr<Creature, Creature>& creator) {
-  // Creator and cache are held from outside the lock: giving them up may destroy them.
+  const Detail::CacheOperation operation;
+  const unsigned long long nBytes = memsize();
+  {
+    const LeafLock lock(cacheMutex);
+    const Creature* const living = CacheAccess::livingCreatorOf(creator);
+    Detail::CacheBooks* const books = living == nullptr ? nullptr : CacheAccess::booksOf(*living);
+    if (living == nullptr || books != nullptr || living->getCache().getRecord() == nullptr) {
+      tie(creator, living, books, nBytes);
+      return;
+    }
+  }
+  // The creator is still being built, or its cache has died. Both are held from outside the mutex: giving them up may
+  // destroy them.
   const Pin<Creature> holder(creator);
   const Pin<CacheBase> cacheHolder(holder ? holder->getCache() : WeakPtr<Cache, CacheBase>());
   Cache* const cache = dynamic_cast<Cache*>(cacheHolder.get());
-  const MutexLock lock(Detail::cacheMutex);
-  link_.unlink();
-  creator_ = creator;
-  if (cache != nullptr) link_.enter(cache->cacheables_);
+  const LeafLock lock(cacheMutex);
+  tie(creator, holder.get(), cache == nullptr ? nullptr : cache->books_.get(), nBytes);
 }
 
 WeakPtr<Creature, Creature> Cacheable::getCreator() const {
-  const MutexLock lock(Detail::cacheMutex);
+  const LeafLock lock(cacheMutex);
   return creator_;
 }
 
-void Cacheable::markAsUsed() {
-  nUses_.fetch_add(1, std::memory_order_relaxed);
-  const MutexLock lock(Detail::cacheMutex);
-  link_.moveToEnd();
+void Cacheable::markAsUsed() noexcept {
+  ReferenceRecord* const record = getRecord();
+  if (record->tag.load(std::memory_order_relaxed) == 0)
+    record->tag.store(getSerialNumber(), std::memory_order_relaxed);
+  if (Detail::ThreadBooks* const thread = Detail::ThreadBooks::mine()) {
+    thread->note(record, getSerialNumber());
+    return;
+  }
+  const LeafLock lock(cacheMutex);
+  Detail::CacheBooks::use(*this, 1);
+}
+
+long long Cacheable::getUseCount() const {
+  Detail::handInUses();
+  const LeafLock lock(cacheMutex);
+  return entry_.nUses;
 }
 
 bool Cacheable::isOnCacheList() const {
-  const MutexLock lock(Detail::cacheMutex);
-  return link_.isLinked();
+  const LeafLock lock(cacheMutex);
+  return entry_.books != nullptr;
+}
+
+CacheHolding Cacheable::getHolding() const {
+  CacheHolding holding;
+  holding.nBytes = entry_.nBytes;
+  holding.nHolders = getRecord()->strong.load() - 1;
+  holding.creature = creator_;
+  if (entry_.isParked) holding.state = CacheHoldingState::CannotRelease;
+  return holding;
 }
 
 void Cacheable::PreDestructor() noexcept {
-  const MutexLock lock(Detail::cacheMutex);
-  link_.unlink();
+  // Without a tag no cache and no thread knows of these data.
+  if (getRecord()->tag.load(std::memory_order_relaxed) == 0) return;
+  const LeafLock lock(cacheMutex);
+  Detail::CacheBooks::bury(*this);
+  getRecord()->tag.store(0, std::memory_order_relaxed);
 }
 
 }  // namespace Ostrel

@@ -3,8 +3,8 @@
 #pragma once
 
 #include <tresk/foundation/Cache.hpp>
+#include <tresk/foundation/CacheLink.hpp>
 
-#include <atomic>
 #include <string>
 #include <typeinfo>
 
@@ -32,15 +32,17 @@ class TRESK_EXPORT Cacheable : public ReferenceBase<Cacheable> {
   /// Type of the creator, or `void` without a living one.
   virtual const std::type_info& CreatorType() const;
 
-  /// Ties the data to the creator that holds them, and lists them with its cache if both are alive.
+  /// Ties the data to the creator that holds them, and lists them with its cache if both are alive: as used just now, with
+  /// the bytes of this moment.
   void setCreator(const WeakPtr<Creature, Creature>& creator);
   /// The creator; may be empty or dead.
   WeakPtr<Creature, Creature> getCreator() const;
 
-  /// Tells the cache that the data were used just now.
-  void markAsUsed();
-  /// How often that happened.
-  long long getUseCount() const noexcept { return nUses_.load(std::memory_order_relaxed); }
+  /// Tells the cache that the data were used just now. The use is noted for this thread without a lock, and handed to
+  /// the cache with others: after 64 of them, before this thread lets data go, and when it ends.
+  void markAsUsed() noexcept;
+  /// How often that happened, by uses of this thread and those that other threads have handed in.
+  long long getUseCount() const;
 
   /// Whether the data stand on the list of a cache.
   bool isOnCacheList() const;
@@ -56,11 +58,17 @@ class TRESK_EXPORT Cacheable : public ReferenceBase<Cacheable> {
 
  private:
   friend class Cache;
+  friend struct Detail::CacheAccess;
 
-  CacheLink<Cacheable> link_{this};
+  // Under the mutex of the caches.
+  void tie(const WeakPtr<Creature, Creature>& creator, const Creature* living, Detail::CacheBooks* books,
+           unsigned long long nBytes);
+  CacheHolding getHolding() const;
+
   std::string description_;
-  WeakPtr<Creature, Creature> creator_;  ///< guarded by the mutex of the caches
-  std::atomic<long long> nUses_{0};
+  // Guarded by the mutex of the caches.
+  Detail::CacheEntry entry_{this};
+  WeakPtr<Creature, Creature> creator_;
 };
 
 }  // namespace Ostrel

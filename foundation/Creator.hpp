@@ -2,6 +2,7 @@
 // Copyright (c) 2026 the Tresk authors
 #pragma once
 
+#include <tresk/foundation/CacheOperation.hpp>
 #include <tresk/foundation/Creature.hpp>
 
 #include <cstddef>
@@ -61,7 +62,9 @@ class TRESK_OPEN_TEMPLATE CreatorBase : public Creature {
       if (!keep) held->markAsUsed();
       return held;
     }
+    Detail::CacheProduction production(*this);
     DataPtr made = produce();
+    production.finish(made.isValid());
     if (!made) return DataPtr();
     made->setCreator(this->getSelf());
     this->enableCaching(keep);
@@ -142,6 +145,7 @@ class TRESK_OPEN_TEMPLATE Creator : public Base {
   DataPtr produce() override {
     const auto producer = Ostrel::findInterface<typename CreatorBase<Domain>::Producer>(*this);
     if (!producer) return data;
+    const Detail::CacheOperation operation;
     // Held here until it is returned: a release on another thread must not turn a production into an empty answer.
     DataPtr made = producer->produce(WeakPtr<CreatorBase<Domain>, Creature>(this));
     data = made;
@@ -160,7 +164,15 @@ class TRESK_OPEN_TEMPLATE Creator : public Base {
 template <class Domain, class Base>
 class TRESK_OPEN_TEMPLATE AlzheimerCreator : public Creator<Domain, Base> {
  public:
-  using Creator<Domain, Base>::Creator;
+  using typename Creator<Domain, Base>::DataPtr;
+
+  explicit AlzheimerCreator(const WeakPtr<Cache, CacheBase>& cache) : Creator<Domain, Base>(cache) {
+    this->setReleaseSilent(true);
+  }
+  AlzheimerCreator(const DataPtr& initial, const WeakPtr<Cache, CacheBase>& cache)
+      : Creator<Domain, Base>(initial, cache) {
+    this->setReleaseSilent(true);
+  }
 
   Creature::ReasonForReleasal release() override {
     return this->data.forgetIfSole() == Forgetting::IsShared ? Creature::StillInUse : Creature::Released;

@@ -2,7 +2,7 @@
 // Copyright (c) 2026 the Tresk authors
 #include <tresk/foundation/Creature.hpp>
 
-#include <tresk/foundation/CacheMutex.hpp>
+#include <tresk/foundation/CacheBooks.hpp>
 
 namespace Ostrel {
 
@@ -20,7 +20,7 @@ Creature::Creature(const WeakPtr<Cache, CacheBase>& cache) : ReferenceBase<Creat
 
 Creature::~Creature() {
   {
-    const MutexLock lock(Detail::cacheMutex);
+    const LeafLock lock(Detail::cacheMutex);
     link_.unlink();
   }
   History* entry = history_.load(std::memory_order_acquire);
@@ -36,13 +36,18 @@ bool Creature::isUnderCreation() const { return false; }
 bool Creature::discardCreation() { return false; }
 
 void Creature::enableCaching(bool keep) const {
-  isKept_.store(keep, std::memory_order_relaxed);
+  const bool wasKept = isKept_.exchange(keep, std::memory_order_relaxed);
+  if (wasKept && !keep) {
+    const LeafLock lock(Detail::cacheMutex);
+    if (books_ != nullptr) books_->unparkAll();
+  }
   if (nCachings_.fetch_add(1, std::memory_order_acq_rel) != 0) return;
   const Pin<CacheBase> holder(cache_);
   Cache* const cache = dynamic_cast<Cache*>(holder.get());
   if (cache == nullptr) return;
-  const MutexLock lock(Detail::cacheMutex);
-  link_.enter(cache->creatures_);
+  const LeafLock lock(Detail::cacheMutex);
+  books_ = cache->books_.get();
+  link_.enterBefore(books_->creatures);
 }
 
 void Creature::addProvenance(const StrongPtr<Provenance, Provenance>& provenance) {

@@ -6,6 +6,7 @@
 #include <tresk/foundation/Cacheable.hpp>
 #include <tresk/foundation/Intercube.hpp>
 
+#include <atomic>
 #include <vector>
 
 namespace Ostrel {
@@ -46,6 +47,11 @@ class TRESK_EXPORT Creature : public ReferenceBase<Creature>, public Intercube, 
   long long getCachingCount() const noexcept { return nCachings_.load(std::memory_order_acquire); }
   /// Whether the last `enableCaching` asked to keep the data.
   bool isKept() const noexcept { return isKept_.load(std::memory_order_relaxed); }
+  /// Whether `release` of this creator is known to call nobody: no saver, no producer.
+  bool isReleaseSilent() const noexcept { return isReleaseSilent_; }
+  /// What the last production took, in seconds; 0 if none was measured. Productions are measured while a cache has a
+  /// policy or a listener.
+  double getProductionSeconds() const noexcept { return productionSeconds_.load(std::memory_order_relaxed); }
   /// The cache; may be empty or dead.
   const WeakPtr<Cache, CacheBase>& getCache() const noexcept { return cache_; }
 
@@ -54,11 +60,22 @@ class TRESK_EXPORT Creature : public ReferenceBase<Creature>, public Intercube, 
   /// The history, oldest first.
   std::vector<StrongPtr<Provenance, Provenance>> getProvenances() const;
 
+ protected:
+  /// For constructors: says whether `release` calls nobody, so that a cache may ask under the shared lock of a field. A
+  /// class says no that overrides `release` with something that does.
+  void setReleaseSilent(bool isSilent) noexcept { isReleaseSilent_ = isSilent; }
+
  private:
+  friend struct Detail::CacheAccess;
   struct History;
 
   WeakPtr<Cache, CacheBase> cache_;
+  // Guarded by the mutex of the caches.
   mutable CacheLink<const Creature> link_{this};
+  mutable Detail::CacheBooks* books_ = nullptr;
+
+  bool isReleaseSilent_ = false;
+  mutable std::atomic<double> productionSeconds_{0};
   mutable std::atomic<long long> nCachings_{0};
   mutable std::atomic<bool> isKept_{false};
   std::atomic<History*> history_{nullptr};

@@ -91,6 +91,9 @@ class TRESK_EXPORT ReferenceRecord {
   std::atomic<std::uint8_t> underUnction{0};
   /// The object, as a pointer to its counted class; null from the moment it is condemned.
   std::atomic<void*> object{nullptr};
+  /// Free for the counted class, which leaves 0 in it when the object dies. Data keep their serial number here while a
+  /// cache may know them by their record (Note [Uses are noted without a count] in CacheBooks.hpp).
+  std::atomic<long long> tag{0};
 
  private:
   friend class RecordPool;

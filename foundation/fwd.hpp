@@ -46,6 +46,10 @@ class Cacheable;
 class CacheBase;
 class Cache;
 class Creature;
+namespace Detail {
+class CacheBooks;
+struct CacheAccess;
+}  // namespace Detail
 template <class Domain>
 class CreatorBase;
 

@@ -1,0 +1,430 @@
+// SPDX-License-Identifier: BSD-3-Clause
+// Copyright (c) 2026 the Tresk authors
+#include <tresk/foundation/CacheBooks.hpp>
+
+
+#include <algorithm>
+#include <new>
+#include <thread>
+#include <utility>
+
+#if defined(__x86_64__)
+#include <immintrin.h>
+#endif
+
+namespace Ostrel {
+
+void LeafMutex::wait() noexcept {
+  for (int nLooks = 1;; ++nLooks) {
+    if (!isTaken_.load(std::memory_order_relaxed) && !isTaken_.exchange(true, std::memory_order_acquire)) return;
+    // The holder needs some tens of instructions, unless it has lost its processor.
+    if (nLooks % 64 == 0) std::this_thread::yield();
+#if defined(__x86_64__)
+    else _mm_pause();
+#endif
+  }
+}
+
+namespace Detail {
+
+constinit LeafMutex cacheMutex;
+std::atomic<int> nMeasuringCaches{0};
+std::atomic<int> nListeningCaches{0};
+thread_local constinit ThreadBooks* threadBooks = nullptr;
+
+namespace {
+
+/// All threads that have books. Guarded by the mutex of the caches. Kept for good.
+CacheLink<ThreadBooks>& allThreads() {
+  static CacheLink<ThreadBooks>* const ring = new CacheLink<ThreadBooks>(nullptr);
+  return *ring;
+}
+
+/// The time of the caches: rises with each listing and each use that is handed in. Guarded by their mutex.
+unsigned long long useClock = 0;
+
+/// Ends the books of a thread with it.
+struct ThreadEnd {
+  ThreadBooks* books = nullptr;
+  bool hasEnded = false;
+  ~ThreadEnd() {
+    hasEnded = true;
+    if (books == nullptr) return;
+    books->tellListeners();
+    threadBooks = nullptr;
+    {
+      const LeafLock lock(cacheMutex);
+      books->handIn();
+      books->link.unlink();
+      for (CacheCharge* charge = books->charges; charge != nullptr; charge = charge->next) {
+        if (charge->books != nullptr) charge->books->settleCharge(charge->nBytes);
+        charge->link.unlink();
+      }
+    }
+    while (books->charges != nullptr) delete std::exchange(books->charges, books->charges->next);
+    delete books->spare;
+    delete books;
+  }
+};
+thread_local ThreadEnd threadEnd;
+
+/// Whether data have not passed `PreDestructor`; the caller holds the mutex.
+bool isThere(const ReferenceRecord* record, long long serialNumber) noexcept {
+  return record->tag.load(std::memory_order_relaxed) == serialNumber &&
+         record->object.load(std::memory_order_relaxed) != nullptr;
+}
+
+}  // namespace
+
+ThreadBooks* ThreadBooks::mine() noexcept {
+  if (threadBooks != nullptr) return threadBooks;
+  if (threadEnd.hasEnded) return nullptr;
+  ThreadBooks* const books = new (std::nothrow) ThreadBooks;
+  if (books == nullptr) return nullptr;
+  threadEnd.books = books;
+  threadBooks = books;
+  CacheLink<ThreadBooks>& ring = allThreads();
+  const LeafLock lock(cacheMutex);
+  books->link.enterBefore(ring);
+  return books;
+}
+
+void ThreadBooks::handIn() noexcept {
+  for (unsigned i = 0; i < nNoted; ++i) {
+    const NotedUse& use = noted[i];
+    if (!isThere(use.record, use.serialNumber)) continue;
+    Cacheable& data = *static_cast<Cacheable*>(use.record->object.load(std::memory_order_relaxed));
+    CacheBooks::use(data, use.nUses);
+    const CacheEntry& entry = CacheAccess::entryOf(data);
+    if (entry.books != nullptr && entry.books->isHeard())
+      noteEvent(*entry.books, {CacheEventKind::Used, CacheAccess::creatorOf(data), entry.nBytes,
+                               static_cast<unsigned long long>(use.nUses), 0, 0, {}});
+  }
+  nNoted = 0;
+  nUses = 0;
+}
+
+void ThreadBooks::handInAll() noexcept {
+  if (nNoted != 0) {
+    const LeafLock lock(cacheMutex);
+    handIn();
+  }
+  if (!pending.empty() && nOperations == 0) tellListeners();
+}
+
+CacheCharge* ThreadBooks::chargeIn(CacheBooks& books) noexcept {
+  CacheCharge* unused = nullptr;
+  for (CacheCharge* charge = charges; charge != nullptr; charge = charge->next) {
+    if (charge->books == &books) return charge;
+    if (charge->books == nullptr && charge->nBytes == 0) unused = charge;
+  }
+  if (unused == nullptr) {
+    unused = std::exchange(spare, nullptr);
+    if (unused == nullptr) return nullptr;
+    unused->next = charges;
+    charges = unused;
+  }
+  unused->books = &books;
+  unused->isPostponed = false;
+  unused->link.enterBefore(books.charges);
+  return unused;
+}
+
+void ThreadBooks::settle() noexcept {
+  for (CacheCharge* charge = charges; charge != nullptr; charge = charge->next)
+    if (charge->nBytes != 0 || (charge->isPostponed && nWalks == 0)) runPass(*charge, PassGoal());
+  if (!pending.empty()) tellListeners();
+}
+
+void ThreadBooks::tellListeners() noexcept {
+  // What is told may bring about more to be told.
+  while (!pending.empty()) {
+    std::vector<PendingEvent> told;
+    told.swap(pending);
+    ++nOperations;
+    for (const PendingEvent& event : told) {
+      try {
+        (*event.listener)(event.event);
+      } catch (...) {  // NOLINT(bugprone-empty-catch): a listener's own affair, as it is stated
+      }
+    }
+    --nOperations;
+    told.clear();
+    if (pending.empty()) pending.swap(told);  // the room is used again
+  }
+}
+
+void ThreadBooks::makeRoom() noexcept {
+  try {
+    pending.reserve(4 * BatchSize);
+  } catch (...) {  // NOLINT(bugprone-empty-catch): the events are lost, as there is no room for them
+  }
+}
+
+void ThreadBooks::noteEvent(const CacheBooks& books, CacheEvent event) noexcept {
+  for (const CacheBooks* heard = &books; heard != nullptr; heard = heard->parent) {
+    if (heard->listener == nullptr || pending.size() == pending.capacity()) continue;
+    event.nHeldBytes = heard->counts.nHeldBytes;
+    pending.push_back({heard->listener, event});
+  }
+}
+
+CacheOperation::CacheOperation() noexcept {
+  ThreadBooks* const thread = ThreadBooks::mine();
+  if (thread == nullptr) return;
+  if (++thread->nOperations != 1) return;
+  if (thread->spare == nullptr) thread->spare = new (std::nothrow) CacheCharge;
+  if (thread->pending.capacity() == 0 && nListeningCaches.load(std::memory_order_relaxed) != 0) thread->makeRoom();
+}
+
+CacheOperation::~CacheOperation() {
+  ThreadBooks* const thread = threadBooks;
+  if (thread == nullptr || thread->nOperations == 0 || --thread->nOperations != 0) return;
+  if (thread->charges != nullptr || !thread->pending.empty()) thread->settle();
+}
+
+CacheProduction::CacheProduction(const Creature& creator) noexcept : creator_(&creator) {
+  ThreadBooks* const thread = threadBooks;
+  if (thread != nullptr) {
+    outer_ = std::exchange(thread->innermost, this);
+    const int place = thread->nProductions++;
+    if (place < static_cast<int>(ThreadBooks::MaxShown))
+      thread->shown[static_cast<unsigned>(place)].store(&creator, std::memory_order_relaxed);
+  }
+  isMeasured_ = nMeasuringCaches.load(std::memory_order_relaxed) != 0;
+  if (isMeasured_) begin_ = std::chrono::steady_clock::now();
+}
+
+double CacheProduction::seconds() const noexcept {
+  if (!isMeasured_ || isFinished_) return seconds_;
+  return std::chrono::duration<double>(std::chrono::steady_clock::now() - begin_).count();
+}
+
+void CacheProduction::finish(bool isMade) noexcept {
+  seconds_ = seconds();
+  isFinished_ = true;
+  isMade_ = isMade;
+  if (isMade && isMeasured_) CacheAccess::setSeconds(*creator_, seconds_);
+}
+
+CacheProduction::~CacheProduction() {
+  ThreadBooks* const thread = threadBooks;
+  if (thread != nullptr) {
+    thread->innermost = outer_;
+    const int place = --thread->nProductions;
+    if (place < static_cast<int>(ThreadBooks::MaxShown))
+      thread->shown[static_cast<unsigned>(place)].store(nullptr, std::memory_order_relaxed);
+  }
+  if (isMade_) return;
+  const LeafLock lock(cacheMutex);
+  CacheBooks* const books = CacheAccess::booksOf(*creator_);
+  for (CacheBooks* b = books; b != nullptr; b = b->parent) ++b->counts.nFailures;
+  if (books != nullptr && thread != nullptr && books->isHeard())
+    thread->noteEvent(*books, {CacheEventKind::Failed, creator_->getSelf(), 0, 0, 0, 0, {}});
+}
+
+void handInUses() noexcept {
+  if (threadBooks != nullptr) threadBooks->handInAll();
+}
+
+bool isAskedByCache() noexcept { return threadBooks != nullptr && threadBooks->isAsking; }
+
+CacheWalk::CacheWalk() noexcept {
+  if (ThreadBooks* const thread = ThreadBooks::mine()) ++thread->nWalks;
+}
+
+CacheWalk::~CacheWalk() {
+  ThreadBooks* const thread = threadBooks;
+  if (thread == nullptr || thread->nWalks == 0 || --thread->nWalks != 0 || thread->nOperations != 0) return;
+  if (thread->charges != nullptr) thread->settle();
+}
+
+CacheBooks::CacheBooks(CacheBooks* parentBooks) : parent(parentBooks) {
+  counts.limit = ~0ULL;
+  if (parent == nullptr) return;
+  const LeafLock lock(cacheMutex);
+  siblings.enterBefore(parent->children);
+}
+
+CacheBooks::~CacheBooks() {
+  const LeafLock lock(cacheMutex);
+  while (order.isLinked()) {
+    if (order.next->owner == nullptr)
+      order.next->unlink();  // the mark of a pass
+    else
+      unlist(*order.next->owner);
+  }
+  while (parked.isLinked()) unlist(*parked.next->owner);
+  while (creatures.isLinked()) {
+    CacheAccess::booksOf(*creatures.next->owner) = nullptr;
+    creatures.next->unlink();
+  }
+  while (charges.isLinked()) {
+    CacheCharge& charge = *charges.next->owner;
+    settleCharge(charge.nBytes);
+    charge.books = nullptr;
+    charge.link.unlink();
+  }
+  siblings.unlink();
+}
+
+bool CacheBooks::isHeard() const noexcept {
+  for (const CacheBooks* books = this; books != nullptr; books = books->parent)
+    if (books->listener != nullptr) return true;
+  return false;
+}
+
+void CacheBooks::list(Cacheable& data, unsigned long long nBytes, const Creature* creator,
+                      ThreadBooks* thread) {
+  if (thread != nullptr) thread->handIn();  // those uses came before
+  CacheEntry& entry = CacheAccess::entryOf(data);
+  const bool isNew = entry.books != this;
+  const bool isLeaving = entry.isLeaving;  // it goes on being asked for
+  const bool isProduction = thread != nullptr && thread->innermost != nullptr && creator != nullptr &&
+                            thread->innermost->creator() == creator;
+  unlist(data);
+  entry.books = this;
+  entry.nBytes = nBytes;
+  entry.stamp = ++useClock;
+  entry.link.enterBefore(order);
+  ++nListed;
+  for (CacheBooks* books = this; books != nullptr; books = books->parent) {
+    CacheStatistics& c = books->counts;
+    c.nHeldBytes += nBytes;
+    c.nPeakBytes = std::max(c.nPeakBytes, c.nHeldBytes);
+    if (isNew) ++(isProduction ? c.nProductions : c.nEntries);
+    if (isLeaving) books->nLeaving += nBytes;
+  }
+  entry.isLeaving = isLeaving;
+  if (!isNew) return;
+  if (thread != nullptr && isHeard())
+    thread->noteEvent(*this, {isProduction ? CacheEventKind::Produced : CacheEventKind::Entered, CacheAccess::creatorOf(data), nBytes, 0,
+                              isProduction ? thread->innermost->seconds() : 0, 0, {}});
+  // Only what passes a limit has to be answered for at the end of the operation.
+  if (thread == nullptr || thread->nOperations == 0) return;
+  unsigned long long nOver = 0;
+  for (const CacheBooks* books = this; books != nullptr; books = books->parent)
+    nOver = std::max(nOver, books->excess(0));
+  if (nOver == 0) return;
+  CacheCharge* const charge = thread->chargeIn(*this);
+  if (charge == nullptr) return;
+  nOver = std::min(nOver, nBytes);
+  charge->nBytes += nOver;
+  for (CacheBooks* books = this; books != nullptr; books = books->parent) books->counts.nInFlightBytes += nOver;
+}
+
+void CacheBooks::unlist(Cacheable& data) noexcept {
+  CacheEntry& entry = CacheAccess::entryOf(data);
+  if (entry.books == nullptr) return;
+  entry.link.unlink();
+  --entry.books->nListed;
+  for (CacheBooks* books = entry.books; books != nullptr; books = books->parent) {
+    books->counts.nHeldBytes -= entry.nBytes;
+    if (entry.isLeaving) books->nLeaving -= entry.nBytes;
+  }
+  entry.books = nullptr;
+  entry.isLeaving = entry.isParked = false;
+}
+
+void CacheBooks::bury(Cacheable& data) noexcept {
+  const CacheEntry& entry = CacheAccess::entryOf(data);
+  if (entry.isLeaving) {
+    for (CacheBooks* books = entry.books; books != nullptr; books = books->parent) {
+      ++books->counts.nEvicted;
+      books->counts.nBytesGivenBack += entry.nBytes;
+      books->nUnreturned += entry.nBytes;
+    }
+    if (entry.books->isHeard() && threadBooks != nullptr) {
+      const CacheBooks& books = *entry.books;
+      const CacheEvent event{CacheEventKind::Evicted, CacheAccess::creatorOf(data), entry.nBytes, 0, 0, 0, {}};
+      unlist(data);
+      threadBooks->noteEvent(books, event);
+      return;
+    }
+  }
+  unlist(data);
+}
+
+void CacheBooks::use(Cacheable& data, long long nUses) noexcept {
+  CacheEntry& entry = CacheAccess::entryOf(data);
+  entry.nUses += nUses;
+  if (entry.books == nullptr) return;
+  entry.books->moveToEnd(entry);
+  for (CacheBooks* books = entry.books; books != nullptr; books = books->parent)
+    books->counts.nHits += static_cast<unsigned long long>(nUses);
+}
+
+void CacheBooks::moveToEnd(CacheEntry& entry) noexcept {
+  entry.stamp = ++useClock;
+  if (entry.link.next == &order) return;
+  entry.link.unlink();
+  entry.link.enterBefore(order);
+  entry.isParked = false;
+}
+
+void CacheBooks::park(CacheEntry& entry) noexcept {
+  entry.link.unlink();
+  entry.link.enterBefore(parked);
+  entry.isParked = true;
+}
+
+void CacheBooks::unparkAll() noexcept {
+  forEachBelow([](CacheBooks& books) TRESK_NO_THREAD_SAFETY_ANALYSIS {
+    // Both rings rise in their stamps but for what was parked late: each finds its place from the last one's.
+    CacheLink<Cacheable>* place = books.order.next;
+    while (books.parked.isLinked()) {
+      CacheLink<Cacheable>& link = *books.parked.next;
+      CacheEntry& entry = CacheAccess::entryOf(*link.owner);
+      const auto isBefore = [&](const CacheLink<Cacheable>* other) {
+        return other != &books.order && (other->owner == nullptr || CacheAccess::entryOf(*other->owner).stamp < entry.stamp);
+      };
+      while (place->previous != &books.order && !isBefore(place->previous)) place = place->previous;
+      while (isBefore(place)) place = place->next;
+      link.unlink();
+      link.enterBefore(*place);
+      entry.isParked = false;
+    }
+  });
+}
+
+unsigned long long CacheBooks::excess(unsigned long long nOwn) const noexcept {
+  if (counts.limit == ~0ULL) return 0;
+  const unsigned long long nWeighed = counts.nHeldBytes - nLeaving;
+  const unsigned long long nOthers = counts.nInFlightBytes - std::min(nOwn, counts.nInFlightBytes);
+  if (nWeighed <= counts.limit || nWeighed - counts.limit <= nOthers) return 0;
+  return nWeighed - counts.limit - nOthers;
+}
+
+CacheBooks* CacheBooks::firstOver(unsigned long long nOwn) noexcept {
+  for (CacheBooks* books = this; books != nullptr; books = books->parent)
+    if (books->excess(nOwn) != 0) return books;
+  return nullptr;
+}
+
+void CacheBooks::settleCharge(unsigned long long nBytes) noexcept {
+  for (CacheBooks* books = this; books != nullptr; books = books->parent) books->counts.nInFlightBytes -= nBytes;
+}
+
+bool CacheBooks::isWithin(const CacheBooks& other) const noexcept {
+  for (const CacheBooks* books = this; books != nullptr; books = books->parent)
+    if (books == &other) return true;
+  return false;
+}
+
+std::vector<const Creature*> shownProductions() {
+  std::vector<const Creature*> all;
+  all.reserve(256);
+  const LeafLock lock(cacheMutex);
+  const CacheLink<ThreadBooks>& ring = allThreads();
+  for (const CacheLink<ThreadBooks>* link = ring.next; link != &ring; link = link->next) {
+    for (const std::atomic<const Creature*>& shown : link->owner->shown) {
+      const Creature* const creator = shown.load(std::memory_order_relaxed);
+      if (creator != nullptr && all.size() < all.capacity()) all.push_back(creator);
+    }
+  }
+  return all;
+}
+
+}  // namespace Detail
+
+}  // namespace Ostrel

@@ -1,0 +1,94 @@
+// SPDX-License-Identifier: BSD-3-Clause
+// Copyright (c) 2026 the Tresk authors
+#include <tresk/foundation/CacheKeeper.hpp>
+
+#include <algorithm>
+#include <chrono>
+#include <utility>
+
+namespace Ostrel::Detail {
+
+namespace {
+
+constexpr std::chrono::milliseconds ShortestRetry{10};
+constexpr std::chrono::milliseconds LongestRetry{1000};
+
+/// Threads that could not be waited for where they were stopped, as they stopped themselves.
+class Leftovers {
+ public:
+  ~Leftovers() TRESK_NO_THREAD_SAFETY_ANALYSIS {
+    for (std::thread& thread : threads_) thread.join();
+  }
+  void add(std::thread thread) {
+    const MutexLock lock(mutex_);
+    threads_.push_back(std::move(thread));
+  }
+
+ private:
+  Mutex mutex_;
+  std::vector<std::thread> threads_ TRESK_GUARDED_BY(mutex_);
+};
+
+Leftovers& leftovers() {
+  static Leftovers all;
+  return all;
+}
+
+}  // namespace
+
+CacheKeeper::~CacheKeeper() { stop(); }
+
+void CacheKeeper::start(CacheBooks& books) {
+  leftovers();  // is there before a thread can need it at exit
+  {
+    const LeafLock lock(cacheMutex);
+    charge_.books = &books;
+    charge_.link.enterBefore(books.charges);
+  }
+  thread_ = std::thread([self = shared_from_this()] { self->run(); });
+}
+
+void CacheKeeper::wake() {
+  const MutexLock lock(mutex_);
+  isWoken_ = true;
+  changed_.notify_all();
+}
+
+void CacheKeeper::stop() {
+  {
+    const MutexLock lock(mutex_);
+    isStopping_ = true;
+    changed_.notify_all();
+  }
+  {
+    const LeafLock lock(cacheMutex);
+    charge_.link.unlink();
+    charge_.books = nullptr;
+  }
+  if (!thread_.joinable()) return;
+  if (thread_.get_id() == std::this_thread::get_id())
+    leftovers().add(std::move(thread_));
+  else
+    thread_.join();
+}
+
+void CacheKeeper::run() TRESK_NO_THREAD_SAFETY_ANALYSIS {
+  std::chrono::milliseconds retry = LongestRetry;
+  bool holds = true;
+  for (;;) {
+    {
+      std::unique_lock<std::mutex> lock(mutex_.native());
+      const auto isDue = [this]() TRESK_NO_THREAD_SAFETY_ANALYSIS { return isWoken_ || isStopping_; };
+      if (holds)
+        changed_.wait(lock, isDue);
+      else
+        changed_.wait_for(lock, retry, isDue);
+      if (isStopping_) return;
+      retry = isWoken_ ? ShortestRetry : std::min(2 * retry, LongestRetry);
+      isWoken_ = false;
+    }
+    holds = runPass(charge_, {.wakesKeeper = false}).holds;
+  }
+}
+
+}  // namespace Ostrel::Detail
