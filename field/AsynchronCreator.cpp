@@ -90,11 +90,13 @@ void AsynchronCreator::setup(const DynamicSize& size, const TreskTypePtr& type) 
 MemBasePtr AsynchronCreator::create_data() const { return function_ ? function_(isDiscarded_) : MemBasePtr(); }
 
 bool AsynchronCreator::createData(const SelfWeakPtr& self, const Callback&) {
-  const Ostrel::Detail::CacheOperation operation;  // ends last: what is let go then is let go without a lock
   callHook(&Detail::AsynchronHooks::beforeUpgrade);
   // In this order they end in reverse: the lock first, then the data, then, perhaps, the creator.
   const SelfPtr creator(self);
   if (!creator) return false;
+  // Ends after the lock, as data are let go then, and before the creator: of two threads that let go the last pointers
+  // to each other's creators, neither would end before the other.
+  const Ostrel::Detail::CacheOperation operation;
   callHook(&Detail::AsynchronHooks::beforeLock);
 
   MemBasePtr made;
@@ -104,7 +106,12 @@ bool AsynchronCreator::createData(const SelfWeakPtr& self, const Callback&) {
   creator->nCreations_.fetch_add(1, std::memory_order_relaxed);
   Ostrel::Detail::CacheProduction production(*creator);
   // An exception leaves the under-creation flag set, deliberately.
-  made = creator->create_data();
+  try {
+    made = creator->create_data();
+  } catch (...) {
+    creator->hasFailed_.store(true, std::memory_order_release);
+    throw;
+  }
   production.finish(made.isValid());
   if (made) {
     former = creator->data.exchangeFor(made);

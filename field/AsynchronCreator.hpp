@@ -103,6 +103,9 @@ class TRESK_EXPORT AsynchronCreator : public Ostrel::AlzheimerCreator<MemBase, C
 
   /// How often the thread has come to the function.
   int nCreations() const noexcept { return nCreations_.load(std::memory_order_relaxed); }
+  /// Whether the function has thrown where its result was to be stored. While `isUnderCreation` is set too, the creator
+  /// is stuck.
+  bool hasFailed() const noexcept { return hasFailed_.load(std::memory_order_acquire); }
 
  private:
   std::atomic<int> nCreations_{0};
@@ -112,6 +115,7 @@ class TRESK_EXPORT AsynchronCreator : public Ostrel::AlzheimerCreator<MemBase, C
   Ostrel::Mutex statusMutex_;       ///< guards the test and set of the under-creation flag
   const Function function_;
   std::future<bool> future_ TRESK_GUARDED_BY(creation_.mutex);
+  std::atomic<bool> hasFailed_{false};  ///< set for good by an exception of the function in `createData`
 };
 
 }  // namespace Tresk

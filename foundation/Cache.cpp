@@ -20,8 +20,8 @@
 
 namespace Ostrel {
 
-using Detail::cacheMutex;
 using Detail::CacheBooks;
+using Detail::cacheMutex;
 
 namespace {
 
@@ -43,6 +43,12 @@ Detail::PassResult runPassOn(CacheBooks& books, const Detail::PassGoal& goal) {
   return Detail::runPass(charge, goal);
 }
 
+/// The books of all caches, oldest first. Guarded by the mutex of the caches. Kept for good.
+CacheLink<CacheBooks>& allCaches() {
+  static CacheLink<CacheBooks>* const ring = new CacheLink<CacheBooks>(nullptr);
+  return *ring;
+}
+
 /// Something like 1.5 GiB.
 std::string toText(unsigned long long nBytes) {
   static constexpr const char* Units[] = {"B", "KiB", "MiB", "GiB", "TiB", "PiB", "EiB"};
@@ -61,27 +67,42 @@ std::string toText(unsigned long long nBytes) {
 
 const char* toString(CacheEventKind kind) noexcept {
   switch (kind) {
-    case CacheEventKind::Used: return "Used";
-    case CacheEventKind::Produced: return "Produced";
-    case CacheEventKind::Failed: return "Failed";
-    case CacheEventKind::Entered: return "Entered";
-    case CacheEventKind::Evicted: return "Evicted";
-    case CacheEventKind::CannotRelease: return "CannotRelease";
-    case CacheEventKind::StillInUse: return "StillInUse";
-    case CacheEventKind::Thrown: return "Thrown";
-    case CacheEventKind::LimitExceeded: return "LimitExceeded";
-    case CacheEventKind::Returned: return "Returned";
+    case CacheEventKind::Used:
+      return "Used";
+    case CacheEventKind::Produced:
+      return "Produced";
+    case CacheEventKind::Failed:
+      return "Failed";
+    case CacheEventKind::Entered:
+      return "Entered";
+    case CacheEventKind::Evicted:
+      return "Evicted";
+    case CacheEventKind::CannotRelease:
+      return "CannotRelease";
+    case CacheEventKind::StillInUse:
+      return "StillInUse";
+    case CacheEventKind::Thrown:
+      return "Thrown";
+    case CacheEventKind::LimitExceeded:
+      return "LimitExceeded";
+    case CacheEventKind::Returned:
+      return "Returned";
   }
   return "";
 }
 
 const char* toString(CacheHoldingState state) noexcept {
   switch (state) {
-    case CacheHoldingState::Held: return "held";
-    case CacheHoldingState::HeldByCallers: return "held by callers";
-    case CacheHoldingState::Kept: return "kept";
-    case CacheHoldingState::CannotRelease: return "cannot be brought back";
-    case CacheHoldingState::InProduction: return "in production";
+    case CacheHoldingState::Held:
+      return "held";
+    case CacheHoldingState::HeldByCallers:
+      return "held by callers";
+    case CacheHoldingState::Kept:
+      return "kept";
+    case CacheHoldingState::CannotRelease:
+      return "cannot be brought back";
+    case CacheHoldingState::InProduction:
+      return "in production";
   }
   return "";
 }
@@ -92,9 +113,18 @@ CacheBase::~CacheBase() = default;
 Cache::Cache() : Cache(StrongPtr<Cache, CacheBase>()) {}
 
 Cache::Cache(const StrongPtr<Cache, CacheBase>& parent)
-    : parent_(parent), books_(new CacheBooks(parent ? parent->books_.get() : nullptr)) {}
+    : parent_(parent), books_(new CacheBooks(parent ? parent->books_.get() : nullptr)) {
+  CacheLink<CacheBooks>& ring = allCaches();
+  const LeafLock lock(cacheMutex);
+  books_->cache = this;
+  books_->registered.enterBefore(ring);
+}
 
 Cache::~Cache() {
+  {
+    const LeafLock lock(cacheMutex);
+    books_->registered.unlink();
+  }
   stopThread();
   setPolicy(StrongPtr<CachePolicy, CachePolicy>());
   setListener(CacheListener());
@@ -104,6 +134,31 @@ const StrongPtr<Cache, CacheBase>& Cache::MemCache() {
   // Kept for good: static fields of a program may outlive every static object of this library.
   static const StrongPtr<Cache, CacheBase>* const cache = new StrongPtr<Cache, CacheBase>(new Cache);
   return *cache;
+}
+
+std::vector<StrongPtr<Cache, CacheBase>> Cache::getCaches() {
+  const CacheLink<CacheBooks>& ring = allCaches();
+  std::vector<WeakPtr<Cache, CacheBase>> found;
+  for (std::size_t nRoom = 0;;) {
+    found.reserve(nRoom);
+    const LeafLock lock(cacheMutex);
+    nRoom = 0;
+    for (const CacheLink<CacheBooks>* link = ring.next; link != &ring; link = link->next) ++nRoom;
+    if (nRoom > found.capacity()) continue;
+    for (const CacheLink<CacheBooks>* link = ring.next; link != &ring; link = link->next)
+      found.emplace_back(link->owner->cache);
+    break;
+  }
+  std::vector<StrongPtr<Cache, CacheBase>> all;
+  all.reserve(found.size());
+  for (const WeakPtr<Cache, CacheBase>& cache : found) {
+    // A cache that nobody has held yet would die with the pointer made here (Note [The birth unit] in
+    // ReferenceBase.hpp).
+    if (cache.getRecord()->deferred.load(std::memory_order_acquire) == 0) continue;
+    StrongPtr<Cache, CacheBase> held(cache);
+    if (held) all.push_back(std::move(held));
+  }
+  return all;
 }
 
 void Cache::setLimit(unsigned long long nBytes) {
@@ -232,8 +287,8 @@ std::string Cache::describe(unsigned int nLines) const {
        << toText(counts.nInFlightBytes) << "\nresident set " << toText(getResidentBytes()) << ", chunks "
        << toText(static_cast<unsigned long long>(std::max(0LL, static_cast<long long>(ChunkBase::TotalMemsize))))
        << "\nhits " << counts.nHits << ", productions " << counts.nProductions << ", failures " << counts.nFailures
-       << ", entries " << counts.nEntries << "\nevictions asked " << counts.nAsked << ", done " << counts.nEvicted << " ("
-       << toText(counts.nBytesGivenBack) << "), refused: cannot be brought back " << counts.nCannotRelease
+       << ", entries " << counts.nEntries << "\nevictions asked " << counts.nAsked << ", done " << counts.nEvicted
+       << " (" << toText(counts.nBytesGivenBack) << "), refused: cannot be brought back " << counts.nCannotRelease
        << ", in use " << counts.nStillInUse << ", exceptions " << counts.nThrown << '\n';
   if (counts.nHeldBytes <= counts.limit) return text.str();
   text << "the limit is passed by " << toText(counts.nHeldBytes - counts.limit) << "; in the way are\n";
@@ -264,8 +319,24 @@ unsigned long long Cache::nCacheables() const {
 unsigned long long Cache::nCreatures() const {
   const LeafLock lock(cacheMutex);
   unsigned long long n = 0;
-  for (const CacheLink<const Creature>* link = books_->creatures.next; link != &books_->creatures; link = link->next) ++n;
+  for (const CacheLink<const Creature>* link = books_->creatures.next; link != &books_->creatures; link = link->next)
+    ++n;
   return n;
+}
+
+std::vector<WeakPtr<Creature, Creature>> Cache::getCreatures() const {
+  const CacheLink<const Creature>& ring = books_->creatures;
+  std::vector<WeakPtr<Creature, Creature>> all;
+  for (std::size_t nRoom = 0;;) {
+    all.reserve(nRoom);
+    const LeafLock lock(cacheMutex);
+    nRoom = 0;
+    for (const CacheLink<const Creature>* link = ring.next; link != &ring; link = link->next) ++nRoom;
+    if (nRoom > all.capacity()) continue;
+    for (const CacheLink<const Creature>* link = ring.next; link != &ring; link = link->next)
+      all.push_back(link->owner->getSelf());
+    return all;
+  }
 }
 
 unsigned long long getResidentBytes() {

@@ -59,6 +59,10 @@ class TRESK_EXPORT Cache : public CacheBase {
 
   /// The default cache of the process. It lives until the process ends.
   static const StrongPtr<Cache, CacheBase>& MemCache();
+  /// All caches of the process that somebody holds, oldest first.
+  static std::vector<StrongPtr<Cache, CacheBase>> getCaches();
+  /// The cache whose limit this one shares; empty without one.
+  const StrongPtr<Cache, CacheBase>& getParent() const noexcept { return parent_; }
 
   /// The bytes that may be held at rest; `NoLimit` at first. Data that exceed a new limit are let go at once, unless
   /// the caller is inside a production.
@@ -102,6 +106,8 @@ class TRESK_EXPORT Cache : public CacheBase {
   unsigned long long nCacheables() const;
   /// Number of creators in the books.
   unsigned long long nCreatures() const;
+  /// The creators in the books, without those of the children. Linear in their number.
+  std::vector<WeakPtr<Creature, Creature>> getCreatures() const;
 
  private:
   friend class Cacheable;

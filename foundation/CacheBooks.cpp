@@ -2,7 +2,6 @@
 // Copyright (c) 2026 the Tresk authors
 #include <tresk/foundation/CacheBooks.hpp>
 
-
 #include <algorithm>
 #include <new>
 #include <thread>
@@ -20,7 +19,8 @@ void LeafMutex::wait() noexcept {
     // The holder needs some tens of instructions, unless it has lost its processor.
     if (nLooks % 64 == 0) std::this_thread::yield();
 #if defined(__x86_64__)
-    else _mm_pause();
+    else
+      _mm_pause();
 #endif
   }
 }
@@ -31,6 +31,7 @@ constinit LeafMutex cacheMutex;
 std::atomic<int> nMeasuringCaches{0};
 std::atomic<int> nListeningCaches{0};
 thread_local constinit ThreadBooks* threadBooks = nullptr;
+thread_local constinit UseBatch* useBatch = nullptr;
 
 namespace {
 
@@ -52,6 +53,7 @@ struct ThreadEnd {
     if (books == nullptr) return;
     books->tellListeners();
     threadBooks = nullptr;
+    useBatch = nullptr;
     {
       const LeafLock lock(cacheMutex);
       books->handIn();
@@ -83,6 +85,7 @@ ThreadBooks* ThreadBooks::mine() noexcept {
   if (books == nullptr) return nullptr;
   threadEnd.books = books;
   threadBooks = books;
+  useBatch = &books->uses;
   CacheLink<ThreadBooks>& ring = allThreads();
   const LeafLock lock(cacheMutex);
   books->link.enterBefore(ring);
@@ -90,26 +93,61 @@ ThreadBooks* ThreadBooks::mine() noexcept {
 }
 
 void ThreadBooks::handIn() noexcept {
-  for (unsigned i = 0; i < nNoted; ++i) {
-    const NotedUse& use = noted[i];
-    if (!isThere(use.record, use.serialNumber)) continue;
-    Cacheable& data = *static_cast<Cacheable*>(use.record->object.load(std::memory_order_relaxed));
-    CacheBooks::use(data, use.nUses);
-    const CacheEntry& entry = CacheAccess::entryOf(data);
-    if (entry.books != nullptr && entry.books->isHeard())
-      noteEvent(*entry.books, {CacheEventKind::Used, CacheAccess::creatorOf(data), entry.nBytes,
-                               static_cast<unsigned long long>(use.nUses), 0, 0, {}});
+  // Hits are booked at the end of each run of uses in one cache.
+  CacheBooks* books = nullptr;
+  unsigned long long nHits = 0;
+  const auto bookHits = [&] {
+    for (CacheBooks* b = books; b != nullptr; b = b->parent) b->counts.nHits += nHits;
+    nHits = 0;
+  };
+  for (const UseBatch::Noted* use = uses.noted.data() + 1; use <= uses.last; ++use) {
+    if (!isThere(use->record, use->serialNumber)) continue;
+    Cacheable& data = *static_cast<Cacheable*>(use->record->object.load(std::memory_order_relaxed));
+    CacheEntry& entry = CacheAccess::entryOf(data);
+    entry.nUses += use->nUses;
+    if (entry.books == nullptr) continue;
+    if (entry.books != books) {
+      bookHits();
+      books = entry.books;
+    }
+    nHits += static_cast<unsigned long long>(use->nUses);
+    books->moveToEnd(entry);
+    if (nListeningCaches.load(std::memory_order_relaxed) != 0 && books->isHeard())
+      noteEvent(*books, {CacheEventKind::Used,
+                         CacheAccess::creatorOf(data),
+                         entry.nBytes,
+                         static_cast<unsigned long long>(use->nUses),
+                         0,
+                         0,
+                         {}});
   }
-  nNoted = 0;
-  nUses = 0;
+  bookHits();
+  uses.clear();
 }
 
 void ThreadBooks::handInAll() noexcept {
-  if (nNoted != 0) {
+  if (!uses.isEmpty()) {
     const LeafLock lock(cacheMutex);
     handIn();
   }
   if (!pending.empty() && nOperations == 0) tellListeners();
+}
+
+void UseBatch::handIn() noexcept { threadBooks->handInAll(); }
+
+void noteFirstUse(ReferenceRecord* record, long long serialNumber) noexcept {
+  if (ThreadBooks* const thread = ThreadBooks::mine()) {
+    thread->uses.note(record, serialNumber);
+    return;
+  }
+  UseBatch batch;
+  batch.nLeft = 0;  // not handed in by `note`
+  batch.note(record, serialNumber);
+  ThreadBooks thread;
+  thread.uses.noted[1] = *batch.last;
+  thread.uses.last = &thread.uses.noted[1];
+  const LeafLock lock(cacheMutex);
+  thread.handIn();
 }
 
 CacheCharge* ThreadBooks::chargeIn(CacheBooks& books) noexcept {
@@ -131,9 +169,19 @@ CacheCharge* ThreadBooks::chargeIn(CacheBooks& books) noexcept {
 }
 
 void ThreadBooks::settle() noexcept {
-  for (CacheCharge* charge = charges; charge != nullptr; charge = charge->next)
-    if (charge->nBytes != 0 || (charge->isPostponed && nWalks == 0)) runPass(*charge, PassGoal());
-  if (!pending.empty()) tellListeners();
+  // What releases and listeners bring in is let go in the next round. Some that never come to rest are left to the next
+  // operation.
+  bool isSettled = false;
+  for (int nRounds = 0; nRounds < 4 && !isSettled; ++nRounds) {
+    isSettled = true;
+    for (CacheCharge* charge = charges; charge != nullptr; charge = charge->next) {
+      if (charge->nBytes == 0 && (!charge->isPostponed || nWalks != 0)) continue;
+      charge->isPostponed = false;
+      runPass(*charge, PassGoal());
+      isSettled = false;
+    }
+    if (!pending.empty()) tellListeners();
+  }
 }
 
 void ThreadBooks::tellListeners() noexcept {
@@ -155,8 +203,9 @@ void ThreadBooks::tellListeners() noexcept {
 }
 
 void ThreadBooks::makeRoom() noexcept {
+  if (pending.capacity() != 0 || nListeningCaches.load(std::memory_order_relaxed) == 0) return;
   try {
-    pending.reserve(4 * BatchSize);
+    pending.reserve(4 * UseBatch::Size);
   } catch (...) {  // NOLINT(bugprone-empty-catch): the events are lost, as there is no room for them
   }
 }
@@ -174,7 +223,7 @@ CacheOperation::CacheOperation() noexcept {
   if (thread == nullptr) return;
   if (++thread->nOperations != 1) return;
   if (thread->spare == nullptr) thread->spare = new (std::nothrow) CacheCharge;
-  if (thread->pending.capacity() == 0 && nListeningCaches.load(std::memory_order_relaxed) != 0) thread->makeRoom();
+  thread->makeRoom();
 }
 
 CacheOperation::~CacheOperation() {
@@ -274,9 +323,8 @@ bool CacheBooks::isHeard() const noexcept {
   return false;
 }
 
-void CacheBooks::list(Cacheable& data, unsigned long long nBytes, const Creature* creator,
-                      ThreadBooks* thread) {
-  if (thread != nullptr) thread->handIn();  // those uses came before
+void CacheBooks::list(Cacheable& data, unsigned long long nBytes, const Creature* creator, ThreadBooks* thread) {
+  if (thread != nullptr && !thread->uses.isEmpty()) thread->handIn();  // those uses came before
   CacheEntry& entry = CacheAccess::entryOf(data);
   const bool isNew = entry.books != this;
   const bool isLeaving = entry.isLeaving;  // it goes on being asked for
@@ -298,8 +346,13 @@ void CacheBooks::list(Cacheable& data, unsigned long long nBytes, const Creature
   entry.isLeaving = isLeaving;
   if (!isNew) return;
   if (thread != nullptr && isHeard())
-    thread->noteEvent(*this, {isProduction ? CacheEventKind::Produced : CacheEventKind::Entered, CacheAccess::creatorOf(data), nBytes, 0,
-                              isProduction ? thread->innermost->seconds() : 0, 0, {}});
+    thread->noteEvent(*this, {isProduction ? CacheEventKind::Produced : CacheEventKind::Entered,
+                              CacheAccess::creatorOf(data),
+                              nBytes,
+                              0,
+                              isProduction ? thread->innermost->seconds() : 0,
+                              0,
+                              {}});
   // Only what passes a limit has to be answered for at the end of the operation.
   if (thread == nullptr || thread->nOperations == 0) return;
   unsigned long long nOver = 0;
@@ -323,7 +376,7 @@ void CacheBooks::unlist(Cacheable& data) noexcept {
     if (entry.isLeaving) books->nLeaving -= entry.nBytes;
   }
   entry.books = nullptr;
-  entry.isLeaving = entry.isParked = false;
+  entry.isLeaving = entry.isParked = entry.isForsaken = false;
 }
 
 void CacheBooks::bury(Cacheable& data) noexcept {
@@ -345,18 +398,9 @@ void CacheBooks::bury(Cacheable& data) noexcept {
   unlist(data);
 }
 
-void CacheBooks::use(Cacheable& data, long long nUses) noexcept {
-  CacheEntry& entry = CacheAccess::entryOf(data);
-  entry.nUses += nUses;
-  if (entry.books == nullptr) return;
-  entry.books->moveToEnd(entry);
-  for (CacheBooks* books = entry.books; books != nullptr; books = books->parent)
-    books->counts.nHits += static_cast<unsigned long long>(nUses);
-}
-
 void CacheBooks::moveToEnd(CacheEntry& entry) noexcept {
   entry.stamp = ++useClock;
-  if (entry.link.next == &order) return;
+  if (entry.link.next == &order || entry.isForsaken) return;
   entry.link.unlink();
   entry.link.enterBefore(order);
   entry.isParked = false;
@@ -372,11 +416,14 @@ void CacheBooks::unparkAll() noexcept {
   forEachBelow([](CacheBooks& books) TRESK_NO_THREAD_SAFETY_ANALYSIS {
     // Both rings rise in their stamps but for what was parked late: each finds its place from the last one's.
     CacheLink<Cacheable>* place = books.order.next;
-    while (books.parked.isLinked()) {
-      CacheLink<Cacheable>& link = *books.parked.next;
+    for (CacheLink<Cacheable>* next = books.parked.next; next != &books.parked;) {
+      CacheLink<Cacheable>& link = *next;
+      next = link.next;
       CacheEntry& entry = CacheAccess::entryOf(*link.owner);
+      if (entry.isForsaken) continue;
       const auto isBefore = [&](const CacheLink<Cacheable>* other) {
-        return other != &books.order && (other->owner == nullptr || CacheAccess::entryOf(*other->owner).stamp < entry.stamp);
+        return other != &books.order &&
+               (other->owner == nullptr || CacheAccess::entryOf(*other->owner).stamp < entry.stamp);
       };
       while (place->previous != &books.order && !isBefore(place->previous)) place = place->previous;
       while (isBefore(place)) place = place->next;

@@ -8,6 +8,7 @@
 #include <tresk/foundation/CacheStatistics.hpp>
 #include <tresk/foundation/Creature.hpp>
 #include <tresk/foundation/LeafMutex.hpp>
+#include <tresk/foundation/UseBatch.hpp>
 
 #include <array>
 #include <atomic>
@@ -69,13 +70,6 @@ struct CacheCharge {
   bool isPostponed = false;           ///< creators are to be asked once the walk has ended
 };
 
-/// The use of some data that has not been handed in.
-struct NotedUse {
-  ReferenceRecord* record;
-  long long serialNumber;
-  long long nUses;
-};
-
 /// An event on its way to a listener.
 struct PendingEvent {
   std::shared_ptr<const CacheListener> listener;
@@ -84,20 +78,12 @@ struct PendingEvent {
 
 /// What one thread knows of its dealings with caches. Reached by a thread-local pointer.
 struct ThreadBooks {
-  static constexpr unsigned BatchSize = 64;
   static constexpr unsigned MaxShown = 16;
 
   /// Those of this thread; null if there is no memory for them, or the thread is about to end. The operations of such
   /// a thread are carried out, but it hands its uses in one by one and lets nothing go of its own accord.
   static ThreadBooks* mine() noexcept;
 
-  void note(ReferenceRecord* record, long long serialNumber) noexcept {
-    if (nNoted != 0 && noted[nNoted - 1].record == record && noted[nNoted - 1].serialNumber == serialNumber)
-      ++noted[nNoted - 1].nUses;
-    else
-      noted[nNoted++] = {record, serialNumber, 1};
-    if (++nUses >= BatchSize) [[unlikely]] handInAll();
-  }
   /// Hands the batch in.
   void handIn() noexcept TRESK_REQUIRES(cacheMutex);
   void handInAll() noexcept;
@@ -107,17 +93,15 @@ struct ThreadBooks {
   void settle() noexcept;
   /// Tells the listeners what has happened. Nothing of ours is locked.
   void tellListeners() noexcept;
-  /// Makes room for events.
+  /// Makes room for events if somebody listens.
   void makeRoom() noexcept;
   /// Notes an event for the listeners of a cache and its parents.
   void noteEvent(const CacheBooks& books, CacheEvent event) noexcept TRESK_REQUIRES(cacheMutex);
 
   int nOperations = 0;
   int nWalks = 0;
-  bool isAsking = false;      ///< a cache asks a creator on this thread
-  unsigned nNoted = 0;        ///< entries of the batch
-  unsigned nUses = 0;         ///< uses in them
-  std::array<NotedUse, BatchSize> noted;
+  bool isAsking = false;  ///< a cache asks a creator on this thread
+  UseBatch uses;
   CacheCharge* charges = nullptr;
   CacheCharge* spare = nullptr;  ///< made outside the mutex for the next cache
   const CacheProduction* innermost = nullptr;
@@ -146,8 +130,6 @@ class CacheBooks {
   static void unlist(Cacheable& data) noexcept TRESK_REQUIRES(cacheMutex);
   /// The same for data that die, which are evicted if they were being asked for.
   static void bury(Cacheable& data) noexcept TRESK_REQUIRES(cacheMutex);
-  /// Counts uses of data, and moves them to the end of the order if they are listed.
-  static void use(Cacheable& data, long long nUses) noexcept TRESK_REQUIRES(cacheMutex);
   /// Moves listed data to the end of the order.
   void moveToEnd(CacheEntry& entry) noexcept TRESK_REQUIRES(cacheMutex);
   /// Does not ask for these data again until they are used, set again, or asked for explicitly.
@@ -174,16 +156,18 @@ class CacheBooks {
       child->owner->forEachBelow(f);
   }
 
-  CacheLink<Cacheable> order{nullptr};   ///< least recently used first
+  CacheLink<Cacheable> order{nullptr};  ///< least recently used first
   CacheLink<Cacheable> parked{nullptr};
   CacheLink<const Creature> creatures{nullptr};
   CacheLink<CacheCharge> charges{nullptr};
   CacheLink<CacheBooks> siblings{this};
   CacheLink<CacheBooks> children{nullptr};
+  CacheLink<CacheBooks> registered{this};  ///< in the ring of all caches, from the construction of the cache to its end
+  Cache* cache = nullptr;                  ///< whose books these are; to be referred to while they stand in that ring
   CacheBooks* parent;
-  CacheStatistics counts;          ///< with those of the children; `nInFlightBytes` are the charges alone
-  unsigned long long nLeaving = 0; ///< bytes of data whose creators are being asked
-  unsigned long long nListed = 0;  ///< data of this cache alone
+  CacheStatistics counts;           ///< with those of the children; `nInFlightBytes` are the charges alone
+  unsigned long long nLeaving = 0;  ///< bytes of data whose creators are being asked
+  unsigned long long nListed = 0;   ///< data of this cache alone
   StrongPtr<CachePolicy, CachePolicy> policy;
   std::shared_ptr<const CacheListener> listener;
   std::shared_ptr<CacheKeeper> keeper;

@@ -35,19 +35,19 @@ struct CacheLink {
 
 namespace Detail {
 
-
 /// What a cache notes about data. Guarded by the mutex of the caches.
 struct CacheEntry {
   explicit CacheEntry(Cacheable* data) noexcept : link(data) {}
 
   CacheLink<Cacheable> link;
-  CacheBooks* books = nullptr;         ///< where the data are listed; null if nowhere
-  unsigned long long nBytes = 0;       ///< what they count there
-  unsigned long long stamp = 0;        ///< the time of the last use that was handed in: rises along a ring
-  unsigned long long refusedBy = 0;    ///< the last pass whose question was refused
-  long long nUses = 0;                 ///< uses that were handed in
-  bool isLeaving = false;              ///< the creator is being asked to let them go
-  bool isParked = false;               ///< in the ring of those that are not asked again until something changes
+  CacheBooks* books = nullptr;       ///< where the data are listed; null if nowhere
+  unsigned long long nBytes = 0;     ///< what they count there
+  unsigned long long stamp = 0;      ///< the time of the last use that was handed in: rises along a ring
+  unsigned long long refusedBy = 0;  ///< the last pass whose question was refused
+  long long nUses = 0;               ///< uses that were handed in
+  bool isLeaving = false;            ///< the creator is being asked to let them go
+  bool isParked = false;             ///< in the ring of those that are not asked again until something changes
+  bool isForsaken = false;           ///< parked until they are set again, as their creator does not hold them
 };
 
 }  // namespace Detail

@@ -61,8 +61,12 @@ std::string textOf(const std::exception_ptr& exception) {
 class Pass {
  public:
   Pass(CacheCharge& charge, const PassGoal& goal) noexcept
-      : charge_(charge), goal_(goal), thread_(ThreadBooks::mine()),
-        mayCallOut_(goal.isExplicit || thread_ == nullptr || thread_->nWalks == 0) {}
+      : charge_(charge),
+        goal_(goal),
+        thread_(ThreadBooks::mine()),
+        mayCallOut_(goal.isExplicit || thread_ == nullptr || thread_->nWalks == 0) {
+    if (thread_ != nullptr) thread_->makeRoom();
+  }
   Pass(const Pass&) = delete;
   Pass& operator=(const Pass&) = delete;
   ~Pass() {
@@ -84,7 +88,8 @@ class Pass {
       }
       if (step == Step::Ended) break;
       ask();
-      if (isSettledEarly_ && isGone()) break;
+      // Unless the release itself has brought something in.
+      if (isSettledEarly_ && isGone() && charge_.nBytes == 0) break;
     }
     finish();
     return result_;
@@ -103,17 +108,19 @@ class Pass {
     if (over == nullptr) return end(books);
     if (!hasBegun_) {
       hasBegun_ = true;
+      over->forEachBelow([this](const CacheBooks& b) { nAsksLeft_ += b.nListed; });
       if (thread_ != nullptr) thread_->handIn();
       if (goal_.isExplicit) over->unparkAll();
     }
     needsRanking_ = false;
-    Cacheable* const data = pick(*over);
+    Cacheable* const data = nAsksLeft_ == 0 ? nullptr : pick(*over);
     if (data == nullptr && needsRanking_) return Step::Rank;
     if (data == nullptr) {
       result_.holds = false;
       noteExcess(*over);
       return end(books);
     }
+    --nAsksLeft_;
     take(*data, *books);
     return Step::Ask;
   }
@@ -174,7 +181,9 @@ class Pass {
     Cacheable* oldest = nullptr;
     over.forEachBelow([&](CacheBooks& books) TRESK_NO_THREAD_SAFETY_ANALYSIS {
       Cacheable* const data = firstEligible(books, books.order.next);
-      if (data != nullptr && (oldest == nullptr || CacheAccess::entryOf(*data).stamp < CacheAccess::entryOf(*oldest).stamp)) oldest = data;
+      if (data != nullptr &&
+          (oldest == nullptr || CacheAccess::entryOf(*data).stamp < CacheAccess::entryOf(*oldest).stamp))
+        oldest = data;
     });
     return oldest;
   }
@@ -196,7 +205,9 @@ class Pass {
       if (next.record->tag.load(std::memory_order_relaxed) != next.serialNumber) continue;
       auto* const data = static_cast<Cacheable*>(next.record->object.load(std::memory_order_relaxed));
       if (data == nullptr || CacheAccess::entryOf(*data).nUses != next.nUses) continue;
-      if (CacheAccess::entryOf(*data).books == nullptr || !CacheAccess::entryOf(*data).books->isWithin(over) || CacheAccess::entryOf(*data).isParked) continue;
+      if (CacheAccess::entryOf(*data).books == nullptr || !CacheAccess::entryOf(*data).books->isWithin(over) ||
+          CacheAccess::entryOf(*data).isParked)
+        continue;
       if (isEligible(*data)) return data;
     }
     needsRanking_ = !hasRanked_;
@@ -274,7 +285,8 @@ class Pass {
     if (isSettledEarly_) {
       nSettledEarly_ = charge_.nBytes;
       settleCharge(&books);
-    } else if (!entry.isParked) {
+    }
+    if (!isSettledEarly_ || wasRefused_) {
       // The next pick goes on behind these data, wherever they are by then.
       mark_.unlink();
       mark_.enterBefore(*entry.link.next);
@@ -310,6 +322,7 @@ class Pass {
     if (data == nullptr) return;  // about to be booked by their end
     CacheEntry& entry = CacheAccess::entryOf(*data);
     entry.refusedBy = id_;
+    wasRefused_ = true;
     if (entry.isLeaving) {
       entry.isLeaving = false;
       for (CacheBooks* b = entry.books; b != nullptr; b = b->parent) b->nLeaving -= entry.nBytes;
@@ -335,7 +348,9 @@ class Pass {
     }
     for (CacheBooks* b = entry.books; b != nullptr; b = b->parent) ++(b->counts.*count);
     if (thread_ != nullptr && entry.books->isHeard()) thread_->noteEvent(*entry.books, std::move(event));
-    if (count == &CacheStatistics::nCannotRelease || count == &CacheStatistics::nEvicted) entry.books->park(entry);
+    // What the creator has let go, or never held, it will not let go again.
+    if (count == &CacheStatistics::nEvicted) entry.isForsaken = true;
+    if (count == &CacheStatistics::nCannotRelease || entry.isForsaken) entry.books->park(entry);
   }
 
   /// What is left to do when the mutex is free again.
@@ -354,9 +369,11 @@ class Pass {
   const bool mayCallOut_;
   unsigned long long id_ = 0;
   bool hasBegun_ = false;
+  unsigned long long nAsksLeft_ = 16;  ///< and the data at the beginning: releases may bring in as much as they let go
   bool hasRanked_ = false;
   bool needsRanking_ = false;
   bool wasPostponed_ = false;
+  bool wasRefused_ = false;
   CacheLink<Cacheable> mark_{nullptr};  ///< behind what has been looked at, in a cache without children
   PassResult result_;
   std::shared_ptr<CacheKeeper> keeper_;

@@ -78,9 +78,9 @@ TRESK_EXPORT const char* toString(CacheHoldingState state) noexcept;
 struct CacheHolding {
   CacheHoldingState state = CacheHoldingState::Held;
   unsigned long long nBytes = 0;
-  int nHolders = 0;                     ///< strong pointers to the data beside one
-  std::string creator;                  ///< type of the creator; empty if it has died
-  std::string path;                     ///< first entry of its history; empty if it has none
+  int nHolders = 0;     ///< strong pointers to the data beside one
+  std::string creator;  ///< type of the creator; empty if it has died
+  std::string path;     ///< first entry of its history; empty if it has none
   WeakPtr<Creature, Creature> creature;
 };
 

@@ -65,18 +65,6 @@ WeakPtr<Creature, Creature> Cacheable::getCreator() const {
   return creator_;
 }
 
-void Cacheable::markAsUsed() noexcept {
-  ReferenceRecord* const record = getRecord();
-  if (record->tag.load(std::memory_order_relaxed) == 0)
-    record->tag.store(getSerialNumber(), std::memory_order_relaxed);
-  if (Detail::ThreadBooks* const thread = Detail::ThreadBooks::mine()) {
-    thread->note(record, getSerialNumber());
-    return;
-  }
-  const LeafLock lock(cacheMutex);
-  Detail::CacheBooks::use(*this, 1);
-}
-
 long long Cacheable::getUseCount() const {
   Detail::handInUses();
   const LeafLock lock(cacheMutex);

@@ -4,6 +4,7 @@
 
 #include <tresk/foundation/Cache.hpp>
 #include <tresk/foundation/CacheLink.hpp>
+#include <tresk/foundation/UseBatch.hpp>
 
 #include <string>
 #include <typeinfo>
@@ -40,7 +41,12 @@ class TRESK_EXPORT Cacheable : public ReferenceBase<Cacheable> {
 
   /// Tells the cache that the data were used just now. The use is noted for this thread without a lock, and handed to
   /// the cache with others: after 64 of them, before this thread lets data go, and when it ends.
-  void markAsUsed() noexcept;
+  void markAsUsed() noexcept {
+    if (Detail::UseBatch* const batch = Detail::useBatch) [[likely]]
+      batch->note(getRecord(), getSerialNumber());
+    else
+      Detail::noteFirstUse(getRecord(), getSerialNumber());
+  }
   /// How often that happened, by uses of this thread and those that other threads have handed in.
   long long getUseCount() const;
 

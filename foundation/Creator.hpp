@@ -58,17 +58,27 @@ class TRESK_OPEN_TEMPLATE CreatorBase : public Creature {
   /// The data, produced if need be: the access that everybody uses. Held data are marked as used unless `keep`.
   /// Invalid if the production yields nothing; exceptions of the production pass.
   DataPtr create(bool keep) {
-    if (DataPtr held = getData()) {
+    DataPtr held = getData();
+    if (held.holdsObject()) [[likely]] {
       if (!keep) held->markAsUsed();
       return held;
     }
+    produceFor(held, keep);
+    return held;
+  }
+
+ private:
+  /// Makes the data, ties them to this creator and has their cache see to its limit.
+  TRESK_COLD void produceFor(DataPtr& made, bool keep) {
     Detail::CacheProduction production(*this);
-    DataPtr made = produce();
-    production.finish(made.isValid());
-    if (!made) return DataPtr();
+    made = produce();
+    production.finish(made.holdsObject());
+    if (!made.holdsObject()) {
+      made.reset();
+      return;
+    }
     made->setCreator(this->getSelf());
     this->enableCaching(keep);
-    return made;
   }
 };
 

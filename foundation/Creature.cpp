@@ -36,10 +36,15 @@ bool Creature::isUnderCreation() const { return false; }
 bool Creature::discardCreation() { return false; }
 
 void Creature::enableCaching(bool keep) const {
-  const bool wasKept = isKept_.exchange(keep, std::memory_order_relaxed);
-  if (wasKept && !keep) {
+  if (isKept_.load(std::memory_order_relaxed) != keep) {
+    isKept_.store(keep, std::memory_order_relaxed);
     const LeafLock lock(Detail::cacheMutex);
-    if (books_ != nullptr) books_->unparkAll();
+    if (!keep && books_ != nullptr) books_->unparkAll();
+  }
+  // A plain addition beyond the first: calls on two threads at the same moment may count as one.
+  if (const long long n = nCachings_.load(std::memory_order_relaxed); n > 0) {
+    nCachings_.store(n + 1, std::memory_order_release);
+    return;
   }
   if (nCachings_.fetch_add(1, std::memory_order_acq_rel) != 0) return;
   const Pin<CacheBase> holder(cache_);

@@ -16,3 +16,6 @@
 #endif
 
 #define TRESK_OPEN_TEMPLATE TRESK_EXPORT
+
+/// Kept out of the code of its callers: a path that is taken now and then beside one that is taken always.
+#define TRESK_COLD __attribute__((noinline, cold))

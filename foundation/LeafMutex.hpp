@@ -19,7 +19,8 @@ class TRESK_CAPABILITY("mutex") LeafMutex {
   LeafMutex& operator=(const LeafMutex&) = delete;
 
   void lock() noexcept TRESK_ACQUIRE() {
-    if (isTaken_.exchange(true, std::memory_order_acquire)) [[unlikely]] wait();
+    if (isTaken_.exchange(true, std::memory_order_acquire)) [[unlikely]]
+      wait();
   }
   void unlock() noexcept TRESK_RELEASE() { isTaken_.store(false, std::memory_order_release); }
 

@@ -7,9 +7,10 @@
  * what Cache.pml has (AsynchronCreator.cpp, Creator.hpp, Cache.cpp, Cacheable.cpp).
  *
  * There are NCREATORS creators, and NWORK threads for the requests that get through; later ones are turned down. The
- * function of a thread yields data or nothing. Each of the two users holds all creators, makes NOPS choices among using,
- * requesting, releasing and dropping a creator, keeps at most one of the data, and drops them at any time. The thread of
- * the cache makes NPASSES passes at any time.
+ * function of a thread yields data or nothing. Each of the two users holds all creators, makes NOPS choices among
+ * using, requesting, releasing and dropping a creator, keeps at most one of the data, and drops them at any time. With
+ * REQUEST_FIRST user 1 requests first, and then both use or drop. With REQUEST_AND_DROP each user has a creator of its
+ * own, requests it and drops it. The thread of the cache makes NPASSES passes at any time.
  * At the end, with nobody active: one more pass brings the held bytes to the limit. Then the creators go, and nothing
  * is left of them, their data and the books.
  *
@@ -40,6 +41,34 @@
 #endif
 #ifndef NRECORDS
 #define NRECORDS 5
+#endif
+/* What user `me` holds at the beginning, bit c for creator c, and how many users hold a creator. */
+#if NCREATORS == 1
+#define HOLDINGS 1
+#define NHOLDERS 2
+#elif defined(REQUEST_AND_DROP)
+#define HOLDINGS me
+#define NHOLDERS 1
+#else
+#define HOLDINGS 3
+#define NHOLDERS 2
+#endif
+/* The choices of a user. The variants are for programs of two steps, which are too many to try them all. */
+#if defined(REQUEST_AND_DROP)
+#define MAY_USE false
+#define MAY_REQUEST (n == 1)
+#define MAY_RELEASE false
+#define MAY_DROP (n == 2)
+#elif defined(REQUEST_FIRST)
+#define MAY_USE (me == 2 || n == 2)
+#define MAY_REQUEST (me == 1 && n == 1)
+#define MAY_RELEASE false
+#define MAY_DROP (n == 2)
+#else
+#define MAY_USE true
+#define MAY_REQUEST true
+#define MAY_RELEASE true
+#define MAY_DROP true
 #endif
 /* Users are 1 and 2, work threads from 3, and the last one is that of the cache. */
 #define NTHREADS (NWORK + 3)
@@ -197,11 +226,7 @@ inline Request(c) {
 proctype User(byte me) {
   THREAD_LOCALS;
   byte n, c, mine, got, former, thread;
-#if NCREATORS == 1
-  byte holds = 1;  /* bit c: this user holds creator c */
-#else
-  byte holds = 3;
-#endif
+  byte holds = HOLDINGS;  /* bit c: this user holds creator c */
 
   do
   :: n < NOPS && holds != 0 ->
@@ -213,7 +238,7 @@ proctype User(byte me) {
        fi
      };
      if
-     :: true ->
+     :: MAY_USE ->
         Create(c, got);
         TOUCH(got);
         if
@@ -221,11 +246,9 @@ proctype User(byte me) {
         :: else
         fi;
         atomic { mine = got; got = NIL }
-     :: true -> Request(c)
-#ifndef NO_DIRECT_RELEASE
-     :: true -> ReleaseDirectly(c)
-#endif
-     :: true ->
+     :: MAY_REQUEST -> Request(c)
+     :: MAY_RELEASE -> ReleaseDirectly(c)
+     :: MAY_DROP ->
         holds = holds & (2 - c);
         DropCreator(c)
      fi;
@@ -306,10 +329,10 @@ init {
   atomic {
     isAnnounced[0] = 1;
     isAnnounced[1] = 1;
-    nHolders[0] = 2;
+    nHolders[0] = NHOLDERS;
     creatorHasMemory[0] = 1;
 #if NCREATORS == 2
-    nHolders[1] = 2;
+    nHolders[1] = NHOLDERS;
     creatorHasMemory[1] = 1;
 #endif
     nActive = 2;

@@ -21,8 +21,9 @@
  * Properties, in every reachable state
  *   - the memory of data and creators is touched only while it is there, and is given back once;
  *   - the books are touched under the mutex only;
- *   - whenever the mutex is given back: the held bytes are those of the linked data, the leaving bytes those of the data
- *     marked so, and held <= limit + in flight + leaving, but for bytes that a pass has asked for in vain or found in use;
+ *   - whenever the mutex is given back: the held bytes are those of the linked data, the leaving bytes those of the
+ *     data marked so, and held <= limit + in flight + leaving, but for bytes that a pass has asked for in vain or found
+ *     in use;
  *   - a pass asks for each of the data once at most;
  *   - nobody waits for good.
  *
@@ -70,12 +71,24 @@ byte asked[NTHREADS + 1];    /* ghost; bit r: the data of record r have been ask
 byte refusedLast[NRECORDS + 1];
 #define MARK_REFUSED(r) refusedLast[r] = me
 #define HAS_REFUSED(r) (refusedLast[r] == me)
+#define FORGET_REFUSALS \
+  i = 1; \
+  do \
+  :: i <= NRECORDS -> refusedLast[i] = (refusedLast[i] == me -> 0 : refusedLast[i]); i++ \
+  :: else -> break \
+  od; \
+  i = 0
+#define FORGET_REFUSALS_OF(r) refusedLast[r] = 0
 #elif defined(WITHOUT_REFUSALS)
 #define MARK_REFUSED(r) skip
 #define HAS_REFUSED(r) false
+#define FORGET_REFUSALS skip
+#define FORGET_REFUSALS_OF(r) skip
 #else
 #define MARK_REFUSED(r) refused[me] = refused[me] | (1 << r)
 #define HAS_REFUSED(r) (refused[me] & (1 << r))
+#define FORGET_REFUSALS refused[me] = 0
+#define FORGET_REFUSALS_OF(r) skip
 #endif
 
 /* Scratch variables of a thread. All are 0 between the operations. */
@@ -150,6 +163,7 @@ inline Leave(r) {
 
 /* The tag of the record is cleared: what anybody remembers of it is outdated from here on. */
 inline ClearTag(r) {
+  FORGET_REFUSALS_OF(r);
   i = 1;
   do
   :: i <= NTHREADS ->
@@ -324,7 +338,7 @@ inline GiveChargeBack() {
 
 inline ForgetPass() {
   charge = 0;
-  refused[me] = 0;
+  FORGET_REFUSALS;
   asked[me] = 0;
   isGoing = 0
 }
@@ -356,11 +370,7 @@ inline AccountForVictim() {
      fi;
      if
      :: isEarly ->
-#ifdef WITHOUT_RESTORING_THE_CHARGE
-        charge = 0;
-#else
         inFlight = inFlight + charge;
-#endif
         isEarly = 0
      :: else
      fi;
