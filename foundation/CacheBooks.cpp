@@ -70,10 +70,10 @@ struct ThreadEnd {
 };
 thread_local ThreadEnd threadEnd;
 
-/// Whether data have not passed `PreDestructor`; the caller holds the mutex.
-bool isThere(const ReferenceRecord* record, long long serialNumber) noexcept {
-  return record->tag.load(std::memory_order_relaxed) == serialNumber &&
-         record->object.load(std::memory_order_relaxed) != nullptr;
+/// The data of a note, if they have not passed `PreDestructor`; null if they have, or are about to.
+Cacheable* find(const UseBatch::Noted& use) noexcept TRESK_REQUIRES(cacheMutex) {
+  if (use.record->tag.load(std::memory_order_relaxed) != use.serialNumber) return nullptr;
+  return static_cast<Cacheable*>(use.record->object.load(std::memory_order_relaxed));
 }
 
 }  // namespace
@@ -92,7 +92,7 @@ ThreadBooks* ThreadBooks::mine() noexcept {
   return books;
 }
 
-void ThreadBooks::handIn() noexcept {
+void ThreadBooks::handIn(Cacheable* dying) noexcept {
   // Hits are booked at the end of each run of uses in one cache.
   CacheBooks* books = nullptr;
   unsigned long long nHits = 0;
@@ -101,11 +101,15 @@ void ThreadBooks::handIn() noexcept {
     nHits = 0;
   };
   for (const UseBatch::Noted* use = uses.noted.data() + 1; use <= uses.last; ++use) {
-    if (!isThere(use->record, use->serialNumber)) continue;
-    Cacheable& data = *static_cast<Cacheable*>(use->record->object.load(std::memory_order_relaxed));
+    Cacheable* const there = dying != nullptr && use->serialNumber == dying->getSerialNumber() ? dying : find(*use);
+    if (there == nullptr) continue;
+    Cacheable& data = *there;
     CacheEntry& entry = CacheAccess::entryOf(data);
     entry.nUses += use->nUses;
-    if (entry.books == nullptr) continue;
+    if (entry.books == nullptr) {
+      entry.nUnbooked += use->nUses;
+      continue;
+    }
     if (entry.books != books) {
       bookHits();
       books = entry.books;
@@ -175,8 +179,7 @@ void ThreadBooks::settle() noexcept {
   for (int nRounds = 0; nRounds < 4 && !isSettled; ++nRounds) {
     isSettled = true;
     for (CacheCharge* charge = charges; charge != nullptr; charge = charge->next) {
-      if (charge->nBytes == 0 && (!charge->isPostponed || nWalks != 0)) continue;
-      charge->isPostponed = false;
+      if (charge->isPostponed ? nWalks != 0 : charge->nBytes == 0) continue;
       runPass(*charge, PassGoal());
       isSettled = false;
     }
@@ -214,7 +217,10 @@ void ThreadBooks::noteEvent(const CacheBooks& books, CacheEvent event) noexcept 
   for (const CacheBooks* heard = &books; heard != nullptr; heard = heard->parent) {
     if (heard->listener == nullptr || pending.size() == pending.capacity()) continue;
     event.nHeldBytes = heard->counts.nHeldBytes;
-    pending.push_back({heard->listener, event});
+    try {
+      pending.push_back({heard->listener, event});
+    } catch (...) {  // NOLINT(bugprone-empty-catch): lost, as there is no room for its text
+    }
   }
 }
 
@@ -235,6 +241,7 @@ CacheOperation::~CacheOperation() {
 CacheProduction::CacheProduction(const Creature& creator) noexcept : creator_(&creator) {
   ThreadBooks* const thread = threadBooks;
   if (thread != nullptr) {
+    isNoted_ = true;
     outer_ = std::exchange(thread->innermost, this);
     const int place = thread->nProductions++;
     if (place < static_cast<int>(ThreadBooks::MaxShown))
@@ -258,7 +265,7 @@ void CacheProduction::finish(bool isMade) noexcept {
 
 CacheProduction::~CacheProduction() {
   ThreadBooks* const thread = threadBooks;
-  if (thread != nullptr) {
+  if (isNoted_ && thread != nullptr) {
     thread->innermost = outer_;
     const int place = --thread->nProductions;
     if (place < static_cast<int>(ThreadBooks::MaxShown))
@@ -340,10 +347,14 @@ void CacheBooks::list(Cacheable& data, unsigned long long nBytes, const Creature
     CacheStatistics& c = books->counts;
     c.nHeldBytes += nBytes;
     c.nPeakBytes = std::max(c.nPeakBytes, c.nHeldBytes);
-    if (isNew) ++(isProduction ? c.nProductions : c.nEntries);
+    if (isNew) {
+      ++(isProduction ? c.nProductions : c.nEntries);
+      c.nHits += static_cast<unsigned long long>(entry.nUnbooked);
+    }
     if (isLeaving) books->nLeaving += nBytes;
   }
   entry.isLeaving = isLeaving;
+  entry.nUnbooked = 0;
   if (!isNew) return;
   if (thread != nullptr && isHeard())
     thread->noteEvent(*this, {isProduction ? CacheEventKind::Produced : CacheEventKind::Entered,
@@ -363,6 +374,7 @@ void CacheBooks::list(Cacheable& data, unsigned long long nBytes, const Creature
   if (charge == nullptr) return;
   nOver = std::min(nOver, nBytes);
   charge->nBytes += nOver;
+  charge->isPostponed = false;
   for (CacheBooks* books = this; books != nullptr; books = books->parent) books->counts.nInFlightBytes += nOver;
 }
 
@@ -380,6 +392,7 @@ void CacheBooks::unlist(Cacheable& data) noexcept {
 }
 
 void CacheBooks::bury(Cacheable& data) noexcept {
+  if (threadBooks != nullptr && !threadBooks->uses.isEmpty()) threadBooks->handIn(&data);
   const CacheEntry& entry = CacheAccess::entryOf(data);
   if (entry.isLeaving) {
     for (CacheBooks* books = entry.books; books != nullptr; books = books->parent) {

@@ -84,8 +84,8 @@ struct ThreadBooks {
   /// a thread are carried out, but it hands its uses in one by one and lets nothing go of its own accord.
   static ThreadBooks* mine() noexcept;
 
-  /// Hands the batch in.
-  void handIn() noexcept TRESK_REQUIRES(cacheMutex);
+  /// Hands the batch in. `dying` are data in their `PreDestructor`, which their record does not show any more.
+  void handIn(Cacheable* dying = nullptr) noexcept TRESK_REQUIRES(cacheMutex);
   void handInAll() noexcept;
   /// The charge of this thread in a cache; null without memory.
   CacheCharge* chargeIn(CacheBooks& books) noexcept TRESK_REQUIRES(cacheMutex);

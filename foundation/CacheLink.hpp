@@ -45,6 +45,7 @@ struct CacheEntry {
   unsigned long long stamp = 0;      ///< the time of the last use that was handed in: rises along a ring
   unsigned long long refusedBy = 0;  ///< the last pass whose question was refused
   long long nUses = 0;               ///< uses that were handed in
+  long long nUnbooked = 0;           ///< those among them before the data were listed
   bool isLeaving = false;            ///< the creator is being asked to let them go
   bool isParked = false;             ///< in the ring of those that are not asked again until something changes
   bool isForsaken = false;           ///< parked until they are set again, as their creator does not hold them

@@ -40,6 +40,7 @@ class TRESK_EXPORT CacheProduction : public CacheOperation {
   const CacheProduction* outer_ = nullptr;
   std::chrono::steady_clock::time_point begin_;
   double seconds_ = 0;
+  bool isNoted_ = false;  ///< the thread knows of it
   bool isMeasured_ = false;
   bool isFinished_ = false;
   bool isMade_ = false;

@@ -70,7 +70,7 @@ class Pass {
   Pass(const Pass&) = delete;
   Pass& operator=(const Pass&) = delete;
   ~Pass() {
-    if (!mark_.isLinked()) return;
+    if (!isMarked_) return;
     const LeafLock lock(cacheMutex);
     mark_.unlink();
   }
@@ -131,9 +131,10 @@ class Pass {
   }
 
   Step end(CacheBooks* books) noexcept TRESK_REQUIRES(cacheMutex) {
-    settleCharge(books);
+    // What waits for the end of a walk stays in flight until then.
+    charge_.isPostponed = books != nullptr && wasPostponed_ && !result_.holds;
+    if (!charge_.isPostponed) settleCharge(books);
     if (books != nullptr) {
-      charge_.isPostponed = wasPostponed_ && !result_.holds;
       for (CacheBooks* b = books; b != nullptr; b = b->parent) {
         if (!result_.holds && goal_.wakesKeeper && !keeper_) keeper_ = b->keeper;
         if (b->nUnreturned < b->returnsFrom) continue;
@@ -290,6 +291,7 @@ class Pass {
       // The next pick goes on behind these data, wherever they are by then.
       mark_.unlink();
       mark_.enterBefore(*entry.link.next);
+      isMarked_ = true;
     }
   }
 
@@ -304,7 +306,10 @@ class Pass {
         answer_ = (*creator_)->release();
       } catch (...) {
         thrown_ = std::current_exception();
-        if (thread_ != nullptr && thread_->pending.capacity() != 0) thrownText_ = textOf(thrown_);
+        try {
+          if (thread_ != nullptr && thread_->pending.capacity() != 0) thrownText_ = textOf(thrown_);
+        } catch (...) {  // NOLINT(bugprone-empty-catch): told without a text, as there is no room for it
+        }
       }
     }
     creator_.reset();  // may be its end
@@ -374,6 +379,7 @@ class Pass {
   bool needsRanking_ = false;
   bool wasPostponed_ = false;
   bool wasRefused_ = false;
+  bool isMarked_ = false;               ///< the mark has been set, and may stand in a ring
   CacheLink<Cacheable> mark_{nullptr};  ///< behind what has been looked at, in a cache without children
   PassResult result_;
   std::shared_ptr<CacheKeeper> keeper_;

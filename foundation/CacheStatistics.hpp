@@ -14,11 +14,13 @@ namespace Ostrel {
 /// Bytes are `memsize` of data at the time when their creator was set. An access through `create` is a hit, a
 /// production or a failure; what several threads waited for together is one production and hits.
 struct CacheStatistics {
-  unsigned long long limit = 0;            ///< bytes; `Cache::NoLimit` if there is none
-  unsigned long long nHeldBytes = 0;       ///< bytes of the data listed now
-  unsigned long long nPeakBytes = 0;       ///< the most that was ever held
-  unsigned long long nInFlightBytes = 0;   ///< bytes by which the limit may be passed now: see `Cache`
-  unsigned long long nHits = 0;            ///< uses of held data; those of other threads may be up to 63 behind
+  unsigned long long limit = 0;           ///< bytes; `Cache::NoLimit` if there is none
+  unsigned long long nHeldBytes = 0;      ///< bytes of the data listed now
+  unsigned long long nPeakBytes = 0;      ///< the most that was ever held
+  unsigned long long nInFlightBytes = 0;  ///< bytes by which the limit may be passed now: see `Cache`
+  /// Uses of held data. Those of another thread are seen when it hands them in, at the latest at its 64th, and not at
+  /// all if the data die before on a third one. An asynchronous creator uses its data once itself.
+  unsigned long long nHits = 0;
   unsigned long long nProductions = 0;     ///< data that entered as the result of a production
   unsigned long long nFailures = 0;        ///< productions that threw or yielded nothing
   unsigned long long nEntries = 0;         ///< data that entered by being set

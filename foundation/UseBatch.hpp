@@ -38,9 +38,9 @@ struct UseBatch {
   }
   bool isEmpty() const noexcept { return nLeft == Size; }
 
-  Noted* last = noted.data();  ///< the newest; the first place stands for none
-  unsigned nLeft = Size;       ///< uses until the next handing in
-  std::array<Noted, Size + 1> noted{};
+  std::array<Noted, Size + 1> noted{};  ///< the first place stands for none
+  Noted* last = noted.data();           ///< the newest
+  unsigned nLeft = Size;                ///< uses until the next handing in
 };
 
 /// That of this thread; null before its first use, and where there is no memory for it. Found by one load.

@@ -25,6 +25,7 @@ class OceanField {
 
   const OceanSource& getSource() const noexcept { return *source_; }
   const Tresk::Field& getField() const noexcept { return *field_; }
+  const Tresk::FieldPtr& getFieldPtr() const noexcept { return field_; }
 
   /// The name of a fragment, for instance "August 100 m".
   std::string getName(std::size_t month, std::size_t depth) const;

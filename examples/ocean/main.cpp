@@ -6,6 +6,7 @@
 // file.
 
 #include "AnalyticOcean.hpp"
+#include "LimitReport.hpp"
 #include "OceanField.hpp"
 #include "OceanGrid.hpp"
 #include "Report.hpp"
@@ -82,6 +83,8 @@ class Demonstration {
     year.showMean(7);
     year.showProduction(8);
     year.showAccounts(9);
+    showLimits(
+        *ocean_, std::cout, [this](bool holds, const std::string& what) { check(holds, what); }, 10);
     return showChecks();
   }
 
@@ -344,7 +347,7 @@ class Demonstration {
   }
 
   bool showChecks() const {
-    std::cout << "\n10. Checks\n\n";
+    std::cout << "\n11. Checks\n\n";
     bool isGood = true;
     for (const auto& [holds, what] : checks_) {
       std::cout << (holds ? "  ok      " : "  FAILED  ") << what << "\n";

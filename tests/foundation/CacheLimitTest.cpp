@@ -402,6 +402,36 @@ TEST_F(CacheLimitTest, DataMayDieBetweenTheirUseAndTheHandingIn) {
   EXPECT_EQ(counts.nProductions, 200U);
 }
 
+TEST_F(CacheLimitTest, HitsOfDataThatDieBeforeTheirUsesAreHandedInCount) {
+  const Creator creator = make(0);
+  for (int i = 0; i < 11; ++i) creator->create(false);
+  creator->release();
+  EXPECT_EQ(cache->getStatistics().nHits, 10U);
+}
+
+TEST_F(CacheLimitTest, UsesBeforeTheListingCountWithIt) {
+  const DataPtr data(new CountingData);
+  for (int i = 0; i < 5; ++i) data->markAsUsed();
+  const Creator creator(new ForgetfulCreator(data, cache));
+  EXPECT_EQ(cache->getStatistics().nHits, 5U);
+  EXPECT_EQ(data->getUseCount(), 5);
+}
+
+TEST_F(CacheLimitTest, DataThatTheirCreatorDoesNotHoldAreAskedForOnce) {
+  cache->setLimit(100);
+  const Creator creator = make(0);
+  const DataPtr orphan = creator->create(false);
+  creator->takeData().reset();  // the caller alone holds them now
+  const auto others = makeMany(4);
+  for (const Creator& other : others) other->create(false);
+  EXPECT_TRUE(orphan.isValid());
+  EXPECT_LE(creator->nReleases, 1);
+  EXPECT_EQ(cache->getHoldings().front().nBytes, 100U);
+  orphan->markAsUsed();
+  for (const Creator& other : others) other->create(false);
+  EXPECT_LE(creator->nReleases, 1) << "its creator would let go other data";
+}
+
 // ---------------------------------------------------------------------------------------------------- several caches
 
 TEST_F(CacheLimitTest, AParentLimitHoldsOverItsChildrenInOneOrderOfUse) {
