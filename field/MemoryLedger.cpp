@@ -4,12 +4,10 @@
 
 #include <tresk/field/AsynchronCreator.hpp>
 #include <tresk/foundation/CacheBooks.hpp>
+#include <tresk/foundation/Diagnostics.hpp>
 
 #include <algorithm>
 #include <functional>
-#include <iomanip>
-#include <list>
-#include <sstream>
 #include <unordered_map>
 #include <unordered_set>
 
@@ -20,7 +18,6 @@ namespace {
 using Ostrel::Creature;
 using CreatureWeakPtr = Ostrel::WeakPtr<Creature, Creature>;
 using OwnerWeakPtr = Ostrel::WeakPtr<CreatorContainer, CreatorContainer>;
-using OwnerPin = Ostrel::Pin<CreatorContainer>;
 
 // ---------------------------------------------------------------------------------------------------- one creator
 
@@ -101,32 +98,6 @@ class RowSum {
   std::unordered_set<long long> sharedData_;  ///< what counts already
 };
 
-// --------------------------------------------------------------------------------------------------------- owners
-
-/// Names what derived classes of creators may call; there are no objects of it.
-class OwnersOfCreator : public CreativeArrayBase {
- public:
-  using Function = std::function<void(CreativeArrayBaseContainerBase&)>;
-
-  /// Calls `f` for the properties of each living owner. The caller holds `Detail::ownerMutex`, and `f` pins the owner
-  /// beyond that lock, as the walk's own pin must not be the last.
-  static void visit(const CreativeArrayBase& creator, const Function& f) {
-    constexpr void (Ownable<CreativeArrayBase, CreativeArrayBaseContainerBase>::*Visit)(const Function&) const =
-        &OwnersOfCreator::forEachOwnerProperties<Function>;
-    (creator.*Visit)(f);
-  }
-};
-
-/// The living owners of a creator. An owner that only the pins hold dies with them, when no lock is held.
-std::list<OwnerPin> getOwners(const CreativeArrayBase& creator) {
-  std::list<OwnerPin> owners;
-  const Ostrel::MutexLock lock(Detail::ownerMutex);
-  OwnersOfCreator::visit(creator, [&owners](CreativeArrayBaseContainerBase& properties) {
-    owners.emplace_back(static_cast<CreatorContainer&>(properties).getSelf());  // only containers have these properties
-  });
-  return owners;
-}
-
 // --------------------------------------------------------------------------------------------------------- taking
 
 /// Takes a ledger: enters fields, caches and creators first, and then looks at each creator once.
@@ -179,7 +150,9 @@ class LedgerTaker {
       const Ostrel::Pin<Creature> creature(creators_[i].creator);
       const auto* const creator = dynamic_cast<const CreativeArrayBase*>(creature.get());
       if (creator == nullptr) continue;
-      for (const OwnerPin& owner : getOwners(*creator)) {
+      for (const OwnerWeakPtr& pointer : creator->getOwners()) {
+        const Ostrel::Pin<CreatorContainer> owner(pointer);
+        if (!owner) continue;
         // A field that nobody has held yet may still be in its constructor, on another thread.
         if (owner->getRecord()->deferred.load(std::memory_order_acquire) == 0) continue;
         if (const auto* const field = dynamic_cast<const Field*>(owner.get())) enterField(*field, std::string());
@@ -289,26 +262,12 @@ class LedgerTaker {
 
 // ----------------------------------------------------------------------------------------------------------- text
 
-/// Something like 1.5 GiB.
-std::string toText(unsigned long long nBytes) {
-  static constexpr const char* Units[] = {"B", "KiB", "MiB", "GiB", "TiB", "PiB", "EiB"};
-  double value = static_cast<double>(nBytes);
-  std::size_t unit = 0;
-  while (value >= 1024 && unit + 1 < std::size(Units)) {
-    value /= 1024;
-    ++unit;
-  }
-  std::ostringstream text;
-  text << std::fixed << std::setprecision(unit == 0 ? 0 : 1) << value << ' ' << Units[unit];
-  return text.str();
-}
-
 /// Like 3: 24.0 KiB, or 3: 24.0 KiB (1?) if one of three is of unknown size, or 3 (?) if all are.
 std::string toText(const MemoryAmount& amount) {
   if (amount.nCreators == 0) return "-";
   std::string text = std::to_string(amount.nCreators);
   if (amount.nOfUnknownSize == amount.nCreators) return text + " (?)";
-  text += ": " + toText(amount.nBytes);
+  text += ": " + Ostrel::toByteText(amount.nBytes);
   if (amount.nOfUnknownSize != 0) text += " (" + std::to_string(amount.nOfUnknownSize) + "?)";
   return text;
 }
@@ -375,8 +334,9 @@ std::string statisticsToText(const std::vector<CacheMemoryRow>& caches) {
   for (const CacheMemoryRow& row : caches) {
     const Ostrel::CacheStatistics& s = row.statistics;
     const std::string name = row.parent.empty() ? row.name : row.name + " in " + row.parent;
-    bytes.add({name, s.limit == Ostrel::Cache::NoLimit ? "none" : toText(s.limit), toText(s.nHeldBytes),
-               toText(s.nPeakBytes), toText(s.nInFlightBytes), toText(s.nBytesGivenBack)});
+    bytes.add({name, s.limit == Ostrel::Cache::NoLimit ? "none" : Ostrel::toByteText(s.limit),
+               Ostrel::toByteText(s.nHeldBytes), Ostrel::toByteText(s.nPeakBytes), Ostrel::toByteText(s.nInFlightBytes),
+               Ostrel::toByteText(s.nBytesGivenBack)});
     std::vector<std::string> cells = {name};
     for (const unsigned long long n : {s.nHits, s.nProductions, s.nFailures, s.nEntries, s.nAsked, s.nEvicted,
                                        s.nCannotRelease, s.nStillInUse, s.nThrown})
@@ -433,8 +393,8 @@ std::string MemoryLedger::toText() const {
   if (!byCache.empty()) text += '\n' + statesToText("cache", byCache, total);
   if (!caches.empty()) text += '\n' + statisticsToText(caches);
 
-  text += "\naccounted in caches " + Tresk::toText(nAccountedBytes) + ", chunks " + Tresk::toText(nChunkBytes) +
-          ", resident set " + Tresk::toText(nResidentBytes) + '\n';
+  text += "\naccounted in caches " + Ostrel::toByteText(nAccountedBytes) + ", chunks " +
+          Ostrel::toByteText(nChunkBytes) + ", resident set " + Ostrel::toByteText(nResidentBytes) + '\n';
   return text;
 }
 

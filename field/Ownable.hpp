@@ -87,6 +87,12 @@ class TRESK_OPEN_TEMPLATE Ownable : public virtual OwnerBase {
     return owners_.size();
   }
 
+  /// The owners in the order of the set, dead ones included.
+  std::vector<OwnerPointer> getOwners() const {
+    const Ostrel::MutexLock lock(Detail::ownerMutex);
+    return {owners_.begin(), owners_.end()};
+  }
+
   bool processOwnership(Ostrel::Intercube& question, const Ostrel::Intercube& context) const override {
     bool goesOn = true;
     forEachLivingOwner([&](Container& owner) {

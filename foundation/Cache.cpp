@@ -10,7 +10,6 @@
 
 #include <algorithm>
 #include <fstream>
-#include <iomanip>
 #include <sstream>
 #include <utility>
 
@@ -47,20 +46,6 @@ Detail::PassResult runPassOn(CacheBooks& books, const Detail::PassGoal& goal) {
 CacheLink<CacheBooks>& allCaches() {
   static CacheLink<CacheBooks>* const ring = new CacheLink<CacheBooks>(nullptr);
   return *ring;
-}
-
-/// Something like 1.5 GiB.
-std::string toText(unsigned long long nBytes) {
-  static constexpr const char* Units[] = {"B", "KiB", "MiB", "GiB", "TiB", "PiB", "EiB"};
-  double value = static_cast<double>(nBytes);
-  std::size_t unit = 0;
-  while (value >= 1024 && unit + 1 < std::size(Units)) {
-    value /= 1024;
-    ++unit;
-  }
-  std::ostringstream text;
-  text << std::fixed << std::setprecision(unit == 0 ? 0 : 1) << value << ' ' << Units[unit];
-  return text.str();
 }
 
 }  // namespace
@@ -282,16 +267,16 @@ std::vector<CacheHolding> Cache::getHoldings() const {
 std::string Cache::describe(unsigned int nLines) const {
   const CacheStatistics counts = getStatistics();
   std::ostringstream text;
-  text << "limit " << (counts.limit == NoLimit ? std::string("none") : toText(counts.limit)) << ", held "
-       << toText(counts.nHeldBytes) << " (peak " << toText(counts.nPeakBytes) << "), in flight "
-       << toText(counts.nInFlightBytes) << "\nresident set " << toText(getResidentBytes()) << ", chunks "
-       << toText(static_cast<unsigned long long>(std::max(0LL, static_cast<long long>(ChunkBase::TotalMemsize))))
+  text << "limit " << (counts.limit == NoLimit ? std::string("none") : toByteText(counts.limit)) << ", held "
+       << toByteText(counts.nHeldBytes) << " (peak " << toByteText(counts.nPeakBytes) << "), in flight "
+       << toByteText(counts.nInFlightBytes) << "\nresident set " << toByteText(getResidentBytes()) << ", chunks "
+       << toByteText(static_cast<unsigned long long>(std::max(0LL, static_cast<long long>(ChunkBase::TotalMemsize))))
        << "\nhits " << counts.nHits << ", productions " << counts.nProductions << ", failures " << counts.nFailures
        << ", entries " << counts.nEntries << "\nevictions asked " << counts.nAsked << ", done " << counts.nEvicted
-       << " (" << toText(counts.nBytesGivenBack) << "), refused: cannot be brought back " << counts.nCannotRelease
+       << " (" << toByteText(counts.nBytesGivenBack) << "), refused: cannot be brought back " << counts.nCannotRelease
        << ", in use " << counts.nStillInUse << ", exceptions " << counts.nThrown << '\n';
   if (counts.nHeldBytes <= counts.limit) return text.str();
-  text << "the limit is passed by " << toText(counts.nHeldBytes - counts.limit) << "; in the way are\n";
+  text << "the limit is passed by " << toByteText(counts.nHeldBytes - counts.limit) << "; in the way are\n";
   unsigned int nTold = 0;
   unsigned long long nMore = 0;
   for (const CacheHolding& holding : getHoldings()) {
@@ -301,7 +286,7 @@ std::string Cache::describe(unsigned int nLines) const {
       continue;
     }
     ++nTold;
-    text << "  " << toText(holding.nBytes) << "  " << toString(holding.state);
+    text << "  " << toByteText(holding.nBytes) << "  " << toString(holding.state);
     if (holding.nHolders > 0) text << " (" << holding.nHolders << " besides the creator)";
     text << ", " << (holding.creator.empty() ? "creator gone" : holding.creator);
     if (!holding.path.empty()) text << ", " << holding.path;

@@ -6,7 +6,10 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cxxabi.h>
+#include <iomanip>
+#include <iterator>
 #include <memory>
+#include <sstream>
 
 namespace Ostrel {
 
@@ -21,6 +24,19 @@ std::string Typename(const std::type_info& type) {
   const std::unique_ptr<char, decltype(&std::free)> readable(abi::__cxa_demangle(mangled, nullptr, nullptr, &status),
                                                              &std::free);
   return status == 0 ? std::string(readable.get()) : std::string(mangled);
+}
+
+std::string toByteText(unsigned long long nBytes) {
+  static constexpr const char* Units[] = {"B", "KiB", "MiB", "GiB", "TiB", "PiB", "EiB"};
+  double value = static_cast<double>(nBytes);
+  std::size_t unit = 0;
+  while (value >= 1024 && unit + 1 < std::size(Units)) {
+    value /= 1024;
+    ++unit;
+  }
+  std::ostringstream text;
+  text << std::fixed << std::setprecision(unit == 0 ? 0 : 1) << value << ' ' << Units[unit];
+  return text.str();
 }
 
 void breakpoint(const char* message) {

@@ -13,6 +13,9 @@ namespace Ostrel {
 /// "Quorvel::FixedArray<double, 3>". Allocates; thread safe.
 TRESK_EXPORT std::string Typename(const std::type_info& type);
 
+/// A number of bytes in binary units with one decimal, for instance "1.5 GiB"; "12 B" below 1 KiB.
+TRESK_EXPORT std::string toByteText(unsigned long long nBytes);
+
 /// Receives the messages of `breakpoint`.
 using BreakpointHandler = void (*)(const char* message);
 

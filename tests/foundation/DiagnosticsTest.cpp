@@ -69,4 +69,12 @@ TEST(BreakpointTest, WithoutHandlerTheMessageGoesToStandardError) {
   EXPECT_NE(testing::internal::GetCapturedStderr().find("a condition that should not arise"), std::string::npos);
 }
 
+TEST(ByteTextTest, TakesTheLargestUnitThatIsNotBelowOne) {
+  EXPECT_EQ(Ostrel::toByteText(0), "0 B");
+  EXPECT_EQ(Ostrel::toByteText(1023), "1023 B");
+  EXPECT_EQ(Ostrel::toByteText(1024), "1.0 KiB");
+  EXPECT_EQ(Ostrel::toByteText(1536ULL << 20), "1.5 GiB");
+  EXPECT_EQ(Ostrel::toByteText(~0ULL), "16.0 EiB");
+}
+
 }  // namespace
