@@ -173,6 +173,7 @@ bool AsynchronCreator::request(const Callback& callback) {
     // here it ends in reverse order.
     Detail::RunningThread untilTheEnd = std::move(running);
     untilTheEnd.begin();
+    Ostrel::Detail::markThreadAsAwaited();
     const BodyMark mark(marked, thread);
     const Callback ownCallback = std::move(given);
     const SelfWeakPtr creator(self);

@@ -147,14 +147,13 @@ std::vector<StrongPtr<Cache, CacheBase>> Cache::getCaches() {
 }
 
 void Cache::setLimit(unsigned long long nBytes) {
-  // An operation, so that what stands above the new limit is let go where that may be.
-  bool isOutermost = true;
-  {
-    const LeafLock lock(cacheMutex);
-    books_->counts.limit = nBytes;
-    isOutermost = Detail::threadBooks == nullptr || Detail::threadBooks->nOperations == 0;
-  }
-  if (isOutermost) runPassOn(*books_, Detail::PassGoal());
+  // What stands above the new limit is let go where that may be: now, or when the operation or the walk around ends.
+  const Detail::CacheOperation operation;
+  const LeafLock lock(cacheMutex);
+  books_->counts.limit = nBytes;
+  Detail::ThreadBooks* const thread = Detail::threadBooks;
+  Detail::CacheCharge* const charge = thread == nullptr ? nullptr : thread->chargeIn(*books_);
+  if (charge != nullptr) charge->isDue = true;
 }
 
 unsigned long long Cache::getLimit() const {
@@ -229,8 +228,10 @@ CacheStatistics Cache::getStatistics() const {
 std::vector<CacheHolding> Cache::getHoldings() const {
   const std::vector<const Creature*> producing = Detail::shownProductions();
   std::vector<CacheHolding> all;
+  std::vector<const ReferenceRecord*> records;  // to be compared only
   for (std::size_t nRoom = 0;;) {
     all.reserve(nRoom);
+    records.reserve(nRoom);
     const LeafLock lock(cacheMutex);
     nRoom = 0;
     books_->forEachBelow([&](const CacheBooks& books) { nRoom += books.nListed; });
@@ -238,11 +239,15 @@ std::vector<CacheHolding> Cache::getHoldings() const {
     books_->forEachBelow([&](const CacheBooks& books) {
       for (const CacheLink<Cacheable>* ring : {&books.order, &books.parked})
         for (const CacheLink<Cacheable>* link = ring->next; link != ring; link = link->next)
-          if (link->owner != nullptr) all.push_back(link->owner->getHolding());
+          if (link->owner != nullptr) {
+            all.push_back(link->owner->getHolding());
+            records.push_back(link->owner->getRecord());
+          }
     });
     break;
   }
-  for (CacheHolding& holding : all) {
+  for (std::size_t i = 0; i < all.size(); ++i) {
+    CacheHolding& holding = all[i];
     const Pin<Creature> creator(holding.creature);
     if (!creator) {
       holding.state = CacheHoldingState::HeldByCallers;
@@ -256,7 +261,7 @@ std::vector<CacheHolding> Cache::getHoldings() const {
       holding.state = CacheHoldingState::InProduction;
     else if (creator->isKept())
       holding.state = CacheHoldingState::Kept;
-    else if (holding.nHolders > 0)
+    else if (holding.nHolders > 0 || creator->getCacheable().getRecord() != records[i])
       holding.state = CacheHoldingState::HeldByCallers;
   }
   std::stable_sort(all.begin(), all.end(),

@@ -28,8 +28,8 @@ class TRESK_EXPORT CacheBase : public ReferenceBase<CacheBase> {
 /// by callers, data that the program asked to keep, data that nobody can bring back, data in production
 /// (`getHoldings` tells which). Data are let go at the end of the outermost `create`, `produce`, `makeSize`, `request`
 /// or setting of data on the thread that brought them, and at the end of the thread of an asynchronous creator. When a
-/// caller lets data go nothing happens: the next of these operations, `enforceLimit` or the thread of the cache sees
-/// to it. While operations run, the bytes held are at most the limit and the bytes in flight: what the running
+/// caller lets data go nothing happens: the next of these operations that makes data or tries to, `enforceLimit` or the
+/// thread of the cache sees to it. While operations run, the bytes held are at most the limit and the bytes in flight: what the running
 /// operations have brought in beyond the limit, and what is being let go at the moment.
 ///
 /// The order. Least recently used first, exactly for the uses of one thread; uses of other threads are seen at the

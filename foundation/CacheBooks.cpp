@@ -51,7 +51,8 @@ struct ThreadEnd {
   ~ThreadEnd() {
     hasEnded = true;
     if (books == nullptr) return;
-    books->tellListeners();
+    books->handInAll();
+    books->settle();
     threadBooks = nullptr;
     useBatch = nullptr;
     {
@@ -131,10 +132,11 @@ void ThreadBooks::handIn(Cacheable* dying) noexcept {
 
 void ThreadBooks::handInAll() noexcept {
   if (!uses.isEmpty()) {
+    makeRoom();
     const LeafLock lock(cacheMutex);
     handIn();
   }
-  if (!pending.empty() && nOperations == 0) tellListeners();
+  if (!pending.empty() && nOperations == 0) settle();
 }
 
 void UseBatch::handIn() noexcept { threadBooks->handInAll(); }
@@ -167,24 +169,29 @@ CacheCharge* ThreadBooks::chargeIn(CacheBooks& books) noexcept {
     charges = unused;
   }
   unused->books = &books;
-  unused->isPostponed = false;
+  unused->isDue = false;
   unused->link.enterBefore(books.charges);
   return unused;
 }
 
 void ThreadBooks::settle() noexcept {
+  if (isSettling) return;
+  isSettling = true;
   // What releases and listeners bring in is let go in the next round. Some that never come to rest are left to the next
   // operation.
   bool isSettled = false;
   for (int nRounds = 0; nRounds < 4 && !isSettled; ++nRounds) {
     isSettled = true;
     for (CacheCharge* charge = charges; charge != nullptr; charge = charge->next) {
-      if (charge->isPostponed ? nWalks != 0 : charge->nBytes == 0) continue;
+      if (charge->isDue ? !mayCallOut() : charge->nBytes == 0) continue;
       runPass(*charge, PassGoal());
       isSettled = false;
     }
-    if (!pending.empty()) tellListeners();
+    if (pending.empty()) continue;
+    tellListeners();
+    isSettled = false;
   }
+  isSettling = false;
 }
 
 void ThreadBooks::tellListeners() noexcept {
@@ -193,8 +200,9 @@ void ThreadBooks::tellListeners() noexcept {
     std::vector<PendingEvent> told;
     told.swap(pending);
     ++nOperations;
-    for (const PendingEvent& event : told) {
+    for (PendingEvent& event : told) {
       try {
+        if (event.text != nullptr) event.event.text = *event.text;
         (*event.listener)(event.event);
       } catch (...) {  // NOLINT(bugprone-empty-catch): a listener's own affair, as it is stated
       }
@@ -206,28 +214,27 @@ void ThreadBooks::tellListeners() noexcept {
 }
 
 void ThreadBooks::makeRoom() noexcept {
-  if (pending.capacity() != 0 || nListeningCaches.load(std::memory_order_relaxed) == 0) return;
+  if (nListeningCaches.load(std::memory_order_relaxed) == 0) return;
+  if (pending.capacity() - pending.size() >= 2 * UseBatch::Size) return;
   try {
-    pending.reserve(4 * UseBatch::Size);
+    pending.reserve(2 * pending.size() + 4 * UseBatch::Size);
   } catch (...) {  // NOLINT(bugprone-empty-catch): the events are lost, as there is no room for them
   }
 }
 
-void ThreadBooks::noteEvent(const CacheBooks& books, CacheEvent event) noexcept {
+void ThreadBooks::noteEvent(const CacheBooks& books, CacheEvent event,
+                            const std::shared_ptr<const std::string>& text) noexcept {
   for (const CacheBooks* heard = &books; heard != nullptr; heard = heard->parent) {
     if (heard->listener == nullptr || pending.size() == pending.capacity()) continue;
     event.nHeldBytes = heard->counts.nHeldBytes;
-    try {
-      pending.push_back({heard->listener, event});
-    } catch (...) {  // NOLINT(bugprone-empty-catch): lost, as there is no room for its text
-    }
+    pending.push_back({heard->listener, event, text});
   }
 }
 
 CacheOperation::CacheOperation() noexcept {
   ThreadBooks* const thread = ThreadBooks::mine();
   if (thread == nullptr) return;
-  if (++thread->nOperations != 1) return;
+  ++thread->nOperations;
   if (thread->spare == nullptr) thread->spare = new (std::nothrow) CacheCharge;
   thread->makeRoom();
 }
@@ -275,12 +282,20 @@ CacheProduction::~CacheProduction() {
   const LeafLock lock(cacheMutex);
   CacheBooks* const books = CacheAccess::booksOf(*creator_);
   for (CacheBooks* b = books; b != nullptr; b = b->parent) ++b->counts.nFailures;
+  if (books != nullptr && thread != nullptr && books->firstOver(0) != nullptr) {
+    // Callers may have given back by now what was in use before.
+    if (CacheCharge* const charge = thread->chargeIn(*books)) charge->isDue = true;
+  }
   if (books != nullptr && thread != nullptr && books->isHeard())
     thread->noteEvent(*books, {CacheEventKind::Failed, creator_->getSelf(), 0, 0, 0, 0, {}});
 }
 
 void handInUses() noexcept {
   if (threadBooks != nullptr) threadBooks->handInAll();
+}
+
+void markThreadAsAwaited() noexcept {
+  if (ThreadBooks* const thread = ThreadBooks::mine()) thread->isAwaited = true;
 }
 
 bool isAskedByCache() noexcept { return threadBooks != nullptr && threadBooks->isAsking; }
@@ -305,10 +320,13 @@ CacheBooks::CacheBooks(CacheBooks* parentBooks) : parent(parentBooks) {
 CacheBooks::~CacheBooks() {
   const LeafLock lock(cacheMutex);
   while (order.isLinked()) {
-    if (order.next->owner == nullptr)
+    if (order.next->owner == nullptr) {
       order.next->unlink();  // the mark of a pass
-    else
-      unlist(*order.next->owner);
+      continue;
+    }
+    if (CacheAccess::entryOf(*order.next->owner).isLeaving)
+      for (CacheBooks* books = this; books != nullptr; books = books->parent) ++books->counts.nStillInUse;
+    unlist(*order.next->owner);
   }
   while (parked.isLinked()) unlist(*parked.next->owner);
   while (creatures.isLinked()) {
@@ -374,7 +392,7 @@ void CacheBooks::list(Cacheable& data, unsigned long long nBytes, const Creature
   if (charge == nullptr) return;
   nOver = std::min(nOver, nBytes);
   charge->nBytes += nOver;
-  charge->isPostponed = false;
+  charge->isDue = false;
   for (CacheBooks* books = this; books != nullptr; books = books->parent) books->counts.nInFlightBytes += nOver;
 }
 

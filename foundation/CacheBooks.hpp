@@ -67,13 +67,14 @@ struct CacheCharge {
   CacheBooks* books = nullptr;        ///< null once the cache has died
   CacheCharge* next = nullptr;        ///< in the list of the thread
   unsigned long long nBytes = 0;      ///< written by the thread under the mutex
-  bool isPostponed = false;           ///< creators are to be asked once the walk has ended
+  bool isDue = false;                 ///< creators are to be asked once the walk has ended
 };
 
 /// An event on its way to a listener.
 struct PendingEvent {
   std::shared_ptr<const CacheListener> listener;
   CacheEvent event;
+  std::shared_ptr<const std::string> text;  ///< of the event; made outside the mutex
 };
 
 /// What one thread knows of its dealings with caches. Reached by a thread-local pointer.
@@ -96,11 +97,16 @@ struct ThreadBooks {
   /// Makes room for events if somebody listens.
   void makeRoom() noexcept;
   /// Notes an event for the listeners of a cache and its parents.
-  void noteEvent(const CacheBooks& books, CacheEvent event) noexcept TRESK_REQUIRES(cacheMutex);
+  void noteEvent(const CacheBooks& books, CacheEvent event,
+                 const std::shared_ptr<const std::string>& text = nullptr) noexcept TRESK_REQUIRES(cacheMutex);
+  /// Whether creators may be asked whose release calls others.
+  bool mayCallOut() const noexcept { return nWalks == 0 && !isAwaited; }
 
   int nOperations = 0;
   int nWalks = 0;
-  bool isAsking = false;  ///< a cache asks a creator on this thread
+  bool isAsking = false;   ///< a cache asks a creator on this thread
+  bool isAwaited = false;  ///< others wait for this thread, perhaps with locks in hand
+  bool isSettling = false;
   UseBatch uses;
   CacheCharge* charges = nullptr;
   CacheCharge* spare = nullptr;  ///< made outside the mutex for the next cache

@@ -16,8 +16,16 @@ constexpr std::chrono::milliseconds LongestRetry{1000};
 /// Threads that could not be waited for where they were stopped, as they stopped themselves.
 class Leftovers {
  public:
-  ~Leftovers() TRESK_NO_THREAD_SAFETY_ANALYSIS {
-    for (std::thread& thread : threads_) thread.join();
+  ~Leftovers() {
+    for (;;) {
+      std::vector<std::thread> threads;
+      {
+        const MutexLock lock(mutex_);
+        threads.swap(threads_);
+      }
+      if (threads.empty()) return;
+      for (std::thread& thread : threads) thread.join();
+    }
   }
   void add(std::thread thread) {
     const MutexLock lock(mutex_);
@@ -40,6 +48,11 @@ CacheKeeper::~CacheKeeper() { stop(); }
 
 void CacheKeeper::start(CacheBooks& books) {
   leftovers();  // is there before a thread can need it at exit
+  const MutexLock life(lifeMutex_);
+  {
+    const MutexLock lock(mutex_);
+    if (isStopping_) return;
+  }
   {
     const LeafLock lock(cacheMutex);
     charge_.books = &books;
@@ -60,16 +73,19 @@ void CacheKeeper::stop() {
     isStopping_ = true;
     changed_.notify_all();
   }
+  std::thread ended;
   {
+    const MutexLock life(lifeMutex_);
+    ended.swap(thread_);
     const LeafLock lock(cacheMutex);
     charge_.link.unlink();
     charge_.books = nullptr;
   }
-  if (!thread_.joinable()) return;
-  if (thread_.get_id() == std::this_thread::get_id())
-    leftovers().add(std::move(thread_));
+  if (!ended.joinable()) return;
+  if (ended.get_id() == std::this_thread::get_id())
+    leftovers().add(std::move(ended));
   else
-    thread_.join();
+    ended.join();
 }
 
 void CacheKeeper::run() TRESK_NO_THREAD_SAFETY_ANALYSIS {

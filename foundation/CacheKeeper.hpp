@@ -32,12 +32,13 @@ class CacheKeeper : public std::enable_shared_from_this<CacheKeeper> {
  private:
   void run();
 
+  Mutex lifeMutex_;  ///< guards the thread against a stop while it is started
   Mutex mutex_;
   std::condition_variable changed_;
   bool isWoken_ TRESK_GUARDED_BY(mutex_) = true;
   bool isStopping_ TRESK_GUARDED_BY(mutex_) = false;
   CacheCharge charge_;
-  std::thread thread_;
+  std::thread thread_ TRESK_GUARDED_BY(lifeMutex_);
 };
 
 }  // namespace Ostrel::Detail

@@ -49,6 +49,10 @@ class TRESK_EXPORT CacheProduction : public CacheOperation {
 /// Hands in the uses that this thread has noted, so that others see them.
 TRESK_EXPORT void handInUses() noexcept;
 
+/// Says that others may wait for this thread with locks in hand: on it, caches ask only creators whose release calls
+/// nobody. The others are asked by the next operation that brings data in, or by the thread of the cache.
+TRESK_EXPORT void markThreadAsAwaited() noexcept;
+
 /// Whether a cache asks a creator on this thread just now. A creator that is asked by a cache must not wait for a lock
 /// of its own: the thread may be one that the holder of the lock waits for.
 TRESK_EXPORT bool isAskedByCache() noexcept;

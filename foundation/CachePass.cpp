@@ -64,7 +64,7 @@ class Pass {
       : charge_(charge),
         goal_(goal),
         thread_(ThreadBooks::mine()),
-        mayCallOut_(goal.isExplicit || thread_ == nullptr || thread_->nWalks == 0) {
+        mayCallOut_(thread_ == nullptr || thread_->mayCallOut()) {
     if (thread_ != nullptr) thread_->makeRoom();
   }
   Pass(const Pass&) = delete;
@@ -106,10 +106,10 @@ class Pass {
     if (books == nullptr || (thrown_ && goal_.isExplicit)) return end(books);
     CacheBooks* const over = whereToLetGo(*books);
     if (over == nullptr) return end(books);
-    if (!hasBegun_) {
-      hasBegun_ = true;
-      over->forEachBelow([this](const CacheBooks& b) { nAsksLeft_ += b.nListed; });
-      if (thread_ != nullptr) thread_->handIn();
+    if (over_ == nullptr) begin(*books);
+    if (over_ != over) {
+      mark_.unlink();  // it stands in the ring of the former one
+      over_ = over;
       if (goal_.isExplicit) over->unparkAll();
     }
     needsRanking_ = false;
@@ -125,6 +125,13 @@ class Pass {
     return Step::Ask;
   }
 
+  void begin(CacheBooks& books) TRESK_REQUIRES(cacheMutex) {
+    if (thread_ != nullptr) thread_->handIn();
+    CacheBooks* top = &books;
+    while (top->parent != nullptr) top = top->parent;
+    top->forEachBelow([this](const CacheBooks& b) { nAsksLeft_ += b.nListed; });
+  }
+
   CacheBooks* whereToLetGo(CacheBooks& books) const noexcept TRESK_REQUIRES(cacheMutex) {
     if (goal_.nWanted != 0) return result_.nGivenBack < goal_.nWanted ? &books : nullptr;
     return books.firstOver(charge_.nBytes);
@@ -132,12 +139,14 @@ class Pass {
 
   Step end(CacheBooks* books) noexcept TRESK_REQUIRES(cacheMutex) {
     // What waits for the end of a walk stays in flight until then.
-    charge_.isPostponed = books != nullptr && wasPostponed_ && !result_.holds;
-    if (!charge_.isPostponed) settleCharge(books);
+    charge_.isDue = books != nullptr && wasPostponed_ && !result_.holds;
+    if (charge_.isDue && thread_ != nullptr && goal_.nWanted == 0)
+      if (CacheCharge* const own = thread_->chargeIn(*books)) own->isDue = true;
+    if (!charge_.isDue) settleCharge(books);
     if (books != nullptr) {
       for (CacheBooks* b = books; b != nullptr; b = b->parent) {
         if (!result_.holds && goal_.wakesKeeper && !keeper_) keeper_ = b->keeper;
-        if (b->nUnreturned < b->returnsFrom) continue;
+        if (b->nUnreturned == 0 || b->nUnreturned < b->returnsFrom) continue;
         nReturned_ = b->nUnreturned;
         b->nUnreturned = 0;
         if (thread_ != nullptr) thread_->noteEvent(*b, {CacheEventKind::Returned, {}, nReturned_, 0, 0, 0, {}});
@@ -282,12 +291,12 @@ class Pass {
       b->nLeaving += nBytes_;
     }
     creator_.emplace(CacheAccess::creatorOf(data));
-    isSettledEarly_ = !goal_.isExplicit && whereToLetGo(books) == nullptr;
+    isSettledEarly_ = !goal_.isExplicit && whereToLetGo(books) == nullptr && !willReturn(books);
     if (isSettledEarly_) {
       nSettledEarly_ = charge_.nBytes;
       settleCharge(&books);
     }
-    if (!isSettledEarly_ || wasRefused_) {
+    if ((!isSettledEarly_ || wasRefused_) && !over_->children.isLinked()) {
       // The next pick goes on behind these data, wherever they are by then.
       mark_.unlink();
       mark_.enterBefore(*entry.link.next);
@@ -295,19 +304,29 @@ class Pass {
     }
   }
 
+  /// Whether freed memory is due to go back to the system when these data have gone.
+  bool willReturn(const CacheBooks& books) const noexcept TRESK_REQUIRES(cacheMutex) {
+    for (const CacheBooks* b = &books; b != nullptr; b = b->parent)
+      if (b->nUnreturned + nBytes_ >= b->returnsFrom) return true;
+    return false;
+  }
+
   /// Asks the creator. Nothing of ours is locked.
   void ask() {
     const Asking asking(thread_);
     hasAnswer_ = true;
+    isHeldByCreator_ = true;
     thrown_ = nullptr;
     answer_ = Creature::StillInUse;
     if (*creator_) {
       try {
-        answer_ = (*creator_)->release();
+        isHeldByCreator_ = (*creator_)->getCacheable().getRecord() == record_;
+        if (isHeldByCreator_) answer_ = (*creator_)->release();
       } catch (...) {
         thrown_ = std::current_exception();
         try {
-          if (thread_ != nullptr && thread_->pending.capacity() != 0) thrownText_ = textOf(thrown_);
+          if (thread_ != nullptr && thread_->pending.capacity() != 0)
+            thrownText_ = std::make_shared<const std::string>(textOf(thrown_));
         } catch (...) {  // NOLINT(bugprone-empty-catch): told without a text, as there is no room for it
         }
       }
@@ -338,12 +357,18 @@ class Pass {
     }
     isSettledEarly_ = false;
     if (entry.books == nullptr) return;
+    if (!isHeldByCreator_ && !thrown_) {
+      // The creator would let go other data. It was not asked.
+      for (CacheBooks* b = entry.books; b != nullptr; b = b->parent) --b->counts.nAsked;
+      entry.isForsaken = true;
+      entry.books->park(entry);
+      return;
+    }
     CacheEvent event{CacheEventKind::StillInUse, CacheAccess::creatorOf(*data), entry.nBytes, 0, 0, 0, {}};
     unsigned long long CacheStatistics::*count = &CacheStatistics::nStillInUse;
     if (thrown_) {
       count = &CacheStatistics::nThrown;
       event.kind = CacheEventKind::Thrown;
-      event.text.swap(thrownText_);
     } else if (answer_ == Creature::CannotRelease) {
       count = &CacheStatistics::nCannotRelease;
       event.kind = CacheEventKind::CannotRelease;
@@ -352,7 +377,8 @@ class Pass {
       event.kind = CacheEventKind::Evicted;
     }
     for (CacheBooks* b = entry.books; b != nullptr; b = b->parent) ++(b->counts.*count);
-    if (thread_ != nullptr && entry.books->isHeard()) thread_->noteEvent(*entry.books, std::move(event));
+    if (thread_ != nullptr && entry.books->isHeard())
+      thread_->noteEvent(*entry.books, event, thrown_ ? thrownText_ : nullptr);
     // What the creator has let go, or never held, it will not let go again.
     if (count == &CacheStatistics::nEvicted) entry.isForsaken = true;
     if (count == &CacheStatistics::nCannotRelease || entry.isForsaken) entry.books->park(entry);
@@ -364,7 +390,8 @@ class Pass {
 #if defined(__GLIBC__)
     if (nReturned_ != 0) malloc_trim(0);
 #endif
-    if (thread_ != nullptr && !thread_->pending.empty() && thread_->nOperations == 0) thread_->tellListeners();
+    // What releases and listeners have brought in.
+    if (thread_ != nullptr && thread_->nOperations == 0) thread_->settle();
     if (goal_.isExplicit && thrown_) std::rethrow_exception(thrown_);
   }
 
@@ -373,7 +400,7 @@ class Pass {
   ThreadBooks* const thread_;
   const bool mayCallOut_;
   unsigned long long id_ = 0;
-  bool hasBegun_ = false;
+  const CacheBooks* over_ = nullptr;   ///< the cache that is brought to its limit at the moment
   unsigned long long nAsksLeft_ = 16;  ///< and the data at the beginning: releases may bring in as much as they let go
   bool hasRanked_ = false;
   bool needsRanking_ = false;
@@ -393,9 +420,10 @@ class Pass {
   bool isSettledEarly_ = false;  ///< nothing is left to do if the creator lets go
   unsigned long long nSettledEarly_ = 0;
   bool hasAnswer_ = false;
+  bool isHeldByCreator_ = true;
   Creature::ReasonForReleasal answer_ = Creature::StillInUse;
   std::exception_ptr thrown_;
-  std::string thrownText_;
+  std::shared_ptr<const std::string> thrownText_;
 };
 
 }  // namespace

@@ -12,6 +12,7 @@
 #include <stdexcept>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 namespace {
@@ -297,9 +298,9 @@ TEST_F(CacheMeetingTest, TheNextOperationLetsGoWhatCallersHaveGivenBack) {
   EXPECT_EQ(nHeld(cache), 100U);
 }
 
-TEST_F(CacheMeetingTest, DataThatSomebodyCanBringBackByNowAreAskedForAgain) {
+TEST_F(CacheMeetingTest, DataThatSomebodyCanBringBackByNowGoWhenTheLimitIsEnforced) {
   cache->setLimit(100);
-    const TreskTest::CreatorPtr x(new Tresk::CreativeArray(TreskTest::makeKnownArray({1, 1}, 16), cache));
+  const TreskTest::CreatorPtr x(new Tresk::CreativeArray(TreskTest::makeKnownArray({1, 1}, 16), cache));
   cache->setLimit(0);  // asked, and cannot release
   EXPECT_TRUE(x->hasData());
   TreskTest::attachArrayProducer(*x, [] { return TreskTest::makeKnownArray({1, 1}, 16); });
@@ -308,6 +309,8 @@ TEST_F(CacheMeetingTest, DataThatSomebodyCanBringBackByNowAreAskedForAgain) {
   y->create(false);
   const Creator z = make(2, 100, cache);
   z->create(false);
+  EXPECT_TRUE(x->hasData()) << "nobody tells the cache of the producer";
+  cache->enforceLimit();
   EXPECT_FALSE(x->hasData());
 }
 
@@ -341,9 +344,10 @@ TEST_F(CacheMeetingTest, CachesMayComeAndGoWhileOthersLetGo) {
         }
         for (int k = 0; k < 20; ++k) mine[static_cast<std::size_t>((k * 7 + t) % 8)]->create(k % 5 == 0);
         if (i % 7 == 0) cache->getHoldings();
-        if (i % 11 == 0) cache->setPolicy(i % 2 == 0 ? Ostrel::StrongPtr<Ostrel::CachePolicy, Ostrel::CachePolicy>(
-                                                           new Ostrel::CostAwarePolicy)
-                                                     : Ostrel::StrongPtr<Ostrel::CachePolicy, Ostrel::CachePolicy>());
+        if (i % 11 == 0)
+          cache->setPolicy(
+              i % 2 == 0 ? Ostrel::StrongPtr<Ostrel::CachePolicy, Ostrel::CachePolicy>(new Ostrel::CostAwarePolicy)
+                         : Ostrel::StrongPtr<Ostrel::CachePolicy, Ostrel::CachePolicy>());
         if (i % 13 == 0) cache->trim(200);
         if (i % 17 == 0) cache->setListener(i % 2 == 0 ? [](const CacheEvent&) {} : Ostrel::CacheListener());
       }
@@ -356,20 +360,10 @@ TEST_F(CacheMeetingTest, CachesMayComeAndGoWhileOthersLetGo) {
 
 class CacheAndFieldTest : public TreskTest::LimitedCacheTest {};
 
-TEST_F(CacheAndFieldTest, FunctionalDataProducedDirectlyCount) {
-  const TreskTest::CreatorPtr creator(
-      new Tresk::FunctionalCreator([] { return TreskTest::makeKnownArray({1, 1}, 16); }, false, cache));
-  creator->produce();
-  EXPECT_TRUE(creator->hasData());
-  EXPECT_EQ(cache->getStatistics().nHeldBytes, atStart.nHeldBytes + 128);
-}
-
 TEST_F(CacheAndFieldTest, SaverOfATrimInsideAWalkRunsWithoutTheLock) {
   const TreskTest::FieldPtr field(new Tresk::Field);
   bool isLocked = false;
-  int nSaves = 0;
   const auto owner = TreskTest::makeOwner<TreskTest::FieldOwner>([&](Ostrel::Intercube&, const Ostrel::Intercube&) {
-    ++nSaves;
     EXPECT_FALSE(isLocked);
     return true;
   });
@@ -418,7 +412,9 @@ TEST_F(CacheAndFieldTest, AWalkThatWaitsForAThreadDoesNotWaitForSavers) {
   const TreskTest::CreatorPtr dirty(new Tresk::CreativeArray(TreskTest::makeKnownArray({1, 1}, 16), cache));
   TreskTest::attachArrayProducer(*dirty, [] { return TreskTest::makeKnownArray({1, 1}, 16); });
   field->setCreator(dirty, field->makeFragmentID("0"));
-  field->setCreator(makeAsynchron([](const TreskTest::Flag&) { return TreskTest::makeKnownArray({2, 1}, 16); }),
+  field->setCreator(makeAsynchron([](const TreskTest::Flag&) {
+                      return TreskTest::makeKnownArray({2, 1}, 16);
+                    }),
                     field->makeFragmentID("1"));
   cache->setLimit(atStart.nHeldBytes + 128);
   TreskTest::Tokens waiting;
