@@ -17,8 +17,7 @@ namespace Tresk {
 template <class Computer, int N, class T>
 class TRESK_OPEN_TEMPLATE OnDemandCreator : public CreativeArrayBase {
  public:
-  OnDemandCreator(const Computer& computer, const CacheWeakPtr& cache)
-      : CreativeArrayBase(cache), computer_(computer) {
+  OnDemandCreator(const Computer& computer, const CacheWeakPtr& cache) : CreativeArrayBase(cache), computer_(computer) {
     setReleaseSilent(true);
   }
 
