@@ -11,7 +11,7 @@ struct CacheCandidate {
   unsigned long long nBytes = 0;
   double seconds = 0;              ///< measured time of their last production; 0 if none was measured
   long long nUses = 0;             ///< uses so far
-  unsigned long long recency = 0;  ///< place in the order of use; the least recently used has 0
+  unsigned long long recency = 0;  ///< time of the last use on a clock that ticks with each use: greater is later
 };
 
 /// An order of eviction. Without a policy a cache lets go what was least recently used.
