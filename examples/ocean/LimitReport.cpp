@@ -67,8 +67,8 @@ void showLimits(const OceanField& ocean, std::ostream& out, const Check& check, 
   const unsigned long long full = getFullMemory(ocean.getField());
   out << "\n"
       << chapter << ". The same work under a limit of the cache\n\n"
-      << "  For each month twice over its depths, and at last once more over everything. The limit is a share of the\n"
-      << "  " << bytes(full) << " of all data.\n\n";
+      << "  For each month twice over its depths, and at last once more over everything. The limit is a share\n"
+      << "  of the " << bytes(full) << " of all data.\n\n";
   Table table({"limit\n", "bytes\n", "time\n", "slabs\nread", "hits\n", "let go\n", "most\nheld"}, 1);
   std::vector<Outcome> outcomes;
   unsigned long long most = 0;

@@ -53,6 +53,7 @@ TEST(OceanProgramTest, AllChecksHoldOnTheAnalyticOcean) {
             HasSubstr("Full size     28.18 MiB"), HasSubstr("Memory held   0 B of data"),
             ContainsRegex("name +August 100 m +139 "), HasSubstr("  The cache gave back 28.18 MiB; memory held: 0 B\n"),
             HasSubstr("228 of 228 checksums as before"), HasSubstr("never more than 2.35 MiB held"),
+            ContainsRegex("20 % +5.64 MiB .* 456 +228 +411 +5.69 MiB"), HasSubstr("  ocean       228  45: 5.6 MiB"),
             HasSubstr("\nAll checks hold.\n"), Not(HasSubstr("FAILED"))));
   EXPECT_LE(longestLine(result.output), 100U);
 }
