@@ -42,7 +42,8 @@ class TRESK_EXPORT CacheBase : public ReferenceBase<CacheBase> {
 /// parent.
 /// Threads: all operations may run on any thread. One mutex guards the lists of all caches; it is a leaf and never
 /// held while a creator is asked or an object dies. Inside a walk under the shared lock of a field only creators are
-/// asked whose `release` calls nobody; the others are asked when the walk has ended.
+/// asked whose `release` calls nobody; the others are asked when the walk has ended. The same holds on the thread of an
+/// asynchronous creator, which others may wait for: there the others are left to the next operation.
 /// Errors: exceptions of savers and producers that come out of `release` pass to whoever called `trim` or
 /// `enforceLimit`. Where nobody asked, they are counted, and the data stay.
 /// Cost: constant for a use, an entry and an eviction, without allocation; data that are held by callers are looked at

@@ -146,12 +146,8 @@ void noteFirstUse(ReferenceRecord* record, long long serialNumber) noexcept {
     thread->uses.note(record, serialNumber);
     return;
   }
-  UseBatch batch;
-  batch.nLeft = 0;  // not handed in by `note`
-  batch.note(record, serialNumber);
-  ThreadBooks thread;
-  thread.uses.noted[1] = *batch.last;
-  thread.uses.last = &thread.uses.noted[1];
+  ThreadBooks thread;  // for this one use
+  thread.uses.note(record, serialNumber);
   const LeafLock lock(cacheMutex);
   thread.handIn();
 }
