@@ -43,6 +43,10 @@ endif()
 if(TRESK_PLAIN_RECORDS)
   target_compile_definitions(tresk PRIVATE TRESK_PLAIN_RECORDS)
 endif()
+# Nobody replaces single functions of the library, so calls inside it need no table. Clang takes this for granted.
+if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
+  target_compile_options(tresk PRIVATE -fno-semantic-interposition)
+endif()
 # Products and sums are rounded one by one, so that results are the same on every processor.
 target_compile_options(tresk PRIVATE -ffp-contract=off)
 tresk_enable_warnings(tresk)

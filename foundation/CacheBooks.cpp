@@ -4,28 +4,9 @@
 
 #include <algorithm>
 #include <new>
-#include <thread>
 #include <utility>
 
-#if defined(__x86_64__)
-#include <immintrin.h>
-#endif
-
-namespace Ostrel {
-
-void LeafMutex::wait() noexcept {
-  for (int nLooks = 1;; ++nLooks) {
-    if (!isTaken_.load(std::memory_order_relaxed) && !isTaken_.exchange(true, std::memory_order_acquire)) return;
-    // The holder needs some tens of instructions, unless it has lost its processor.
-    if (nLooks % 64 == 0) std::this_thread::yield();
-#if defined(__x86_64__)
-    else
-      _mm_pause();
-#endif
-  }
-}
-
-namespace Detail {
+namespace Ostrel::Detail {
 
 constinit LeafMutex cacheMutex;
 std::atomic<int> nMeasuringCaches{0};
@@ -97,8 +78,8 @@ void ThreadBooks::handIn(Cacheable* dying) noexcept {
   // Hits are booked at the end of each run of uses in one cache.
   CacheBooks* books = nullptr;
   unsigned long long nHits = 0;
-  const auto bookHits = [&] {
-    for (CacheBooks* b = books; b != nullptr; b = b->parent) b->counts.nHits += nHits;
+  const auto bookHits = [&]() TRESK_REQUIRES(cacheMutex) {
+    if (books != nullptr) books->forEachAbove([&](CacheBooks& b) { b.counts.nHits += nHits; });
     nHits = 0;
   };
   for (const UseBatch::Noted* use = uses.noted.data() + 1; use <= uses.last; ++use) {
@@ -117,7 +98,7 @@ void ThreadBooks::handIn(Cacheable* dying) noexcept {
     }
     nHits += static_cast<unsigned long long>(use->nUses);
     books->moveToEnd(entry);
-    if (nListeningCaches.load(std::memory_order_relaxed) != 0 && books->isHeard())
+    if (books->isHeard())
       noteEvent(*books, {CacheEventKind::Used,
                          CacheAccess::creatorOf(data),
                          entry.nBytes,
@@ -227,85 +208,6 @@ void ThreadBooks::noteEvent(const CacheBooks& books, CacheEvent event,
   }
 }
 
-CacheOperation::CacheOperation() noexcept {
-  ThreadBooks* const thread = ThreadBooks::mine();
-  if (thread == nullptr) return;
-  ++thread->nOperations;
-  if (thread->spare == nullptr) thread->spare = new (std::nothrow) CacheCharge;
-  thread->makeRoom();
-}
-
-CacheOperation::~CacheOperation() {
-  ThreadBooks* const thread = threadBooks;
-  if (thread == nullptr || thread->nOperations == 0 || --thread->nOperations != 0) return;
-  if (thread->charges != nullptr || !thread->pending.empty()) thread->settle();
-}
-
-CacheProduction::CacheProduction(const Creature& creator) noexcept : creator_(&creator) {
-  ThreadBooks* const thread = threadBooks;
-  if (thread != nullptr) {
-    isNoted_ = true;
-    outer_ = std::exchange(thread->innermost, this);
-    const int place = thread->nProductions++;
-    if (place < static_cast<int>(ThreadBooks::MaxShown))
-      thread->shown[static_cast<unsigned>(place)].store(&creator, std::memory_order_relaxed);
-  }
-  isMeasured_ = nMeasuringCaches.load(std::memory_order_relaxed) != 0;
-  if (isMeasured_) begin_ = std::chrono::steady_clock::now();
-}
-
-double CacheProduction::seconds() const noexcept {
-  if (!isMeasured_ || isFinished_) return seconds_;
-  return std::chrono::duration<double>(std::chrono::steady_clock::now() - begin_).count();
-}
-
-void CacheProduction::finish(bool isMade) noexcept {
-  seconds_ = seconds();
-  isFinished_ = true;
-  isMade_ = isMade;
-  if (isMade && isMeasured_) CacheAccess::setSeconds(*creator_, seconds_);
-}
-
-CacheProduction::~CacheProduction() {
-  ThreadBooks* const thread = threadBooks;
-  if (isNoted_ && thread != nullptr) {
-    thread->innermost = outer_;
-    const int place = --thread->nProductions;
-    if (place < static_cast<int>(ThreadBooks::MaxShown))
-      thread->shown[static_cast<unsigned>(place)].store(nullptr, std::memory_order_relaxed);
-  }
-  if (isMade_) return;
-  const LeafLock lock(cacheMutex);
-  CacheBooks* const books = CacheAccess::booksOf(*creator_);
-  for (CacheBooks* b = books; b != nullptr; b = b->parent) ++b->counts.nFailures;
-  if (books != nullptr && thread != nullptr && books->firstOver(0) != nullptr) {
-    // Callers may have given back by now what was in use before.
-    if (CacheCharge* const charge = thread->chargeIn(*books)) charge->isDue = true;
-  }
-  if (books != nullptr && thread != nullptr && books->isHeard())
-    thread->noteEvent(*books, {CacheEventKind::Failed, creator_->getSelf(), 0, 0, 0, 0, {}});
-}
-
-void handInUses() noexcept {
-  if (threadBooks != nullptr) threadBooks->handInAll();
-}
-
-void markThreadAsAwaited() noexcept {
-  if (ThreadBooks* const thread = ThreadBooks::mine()) thread->isAwaited = true;
-}
-
-bool isAskedByCache() noexcept { return threadBooks != nullptr && threadBooks->isAsking; }
-
-CacheWalk::CacheWalk() noexcept {
-  if (ThreadBooks* const thread = ThreadBooks::mine()) ++thread->nWalks;
-}
-
-CacheWalk::~CacheWalk() {
-  ThreadBooks* const thread = threadBooks;
-  if (thread == nullptr || thread->nWalks == 0 || --thread->nWalks != 0 || thread->nOperations != 0) return;
-  if (thread->charges != nullptr) thread->settle();
-}
-
 CacheBooks::CacheBooks(CacheBooks* parentBooks) : parent(parentBooks) {
   counts.limit = ~0ULL;
   if (parent == nullptr) return;
@@ -321,7 +223,7 @@ CacheBooks::~CacheBooks() {
       continue;
     }
     if (CacheAccess::entryOf(*order.next->owner).isLeaving)
-      for (CacheBooks* books = this; books != nullptr; books = books->parent) ++books->counts.nStillInUse;
+      forEachAbove([](CacheBooks& books) { ++books.counts.nStillInUse; });
     unlist(*order.next->owner);
   }
   while (parked.isLinked()) unlist(*parked.next->owner);
@@ -339,6 +241,7 @@ CacheBooks::~CacheBooks() {
 }
 
 bool CacheBooks::isHeard() const noexcept {
+  if (nListeningCaches.load(std::memory_order_relaxed) == 0) return false;
   for (const CacheBooks* books = this; books != nullptr; books = books->parent)
     if (books->listener != nullptr) return true;
   return false;
@@ -357,16 +260,16 @@ void CacheBooks::list(Cacheable& data, unsigned long long nBytes, const Creature
   entry.stamp = ++useClock;
   entry.link.enterBefore(order);
   ++nListed;
-  for (CacheBooks* books = this; books != nullptr; books = books->parent) {
-    CacheStatistics& c = books->counts;
+  forEachAbove([&](CacheBooks& books) {
+    CacheStatistics& c = books.counts;
     c.nHeldBytes += nBytes;
     c.nPeakBytes = std::max(c.nPeakBytes, c.nHeldBytes);
     if (isNew) {
       ++(isProduction ? c.nProductions : c.nEntries);
       c.nHits += static_cast<unsigned long long>(entry.nUnbooked);
     }
-    if (isLeaving) books->nLeaving += nBytes;
-  }
+    if (isLeaving) books.nLeaving += nBytes;
+  });
   entry.isLeaving = isLeaving;
   entry.nUnbooked = 0;
   if (!isNew) return;
@@ -381,15 +284,14 @@ void CacheBooks::list(Cacheable& data, unsigned long long nBytes, const Creature
   // Only what passes a limit has to be answered for at the end of the operation.
   if (thread == nullptr || thread->nOperations == 0) return;
   unsigned long long nOver = 0;
-  for (const CacheBooks* books = this; books != nullptr; books = books->parent)
-    nOver = std::max(nOver, books->excess(0));
+  forEachAbove([&](const CacheBooks& books) TRESK_REQUIRES(cacheMutex) { nOver = std::max(nOver, books.excess(0)); });
   if (nOver == 0) return;
   CacheCharge* const charge = thread->chargeIn(*this);
   if (charge == nullptr) return;
   nOver = std::min(nOver, nBytes);
   charge->nBytes += nOver;
   charge->isDue = false;
-  for (CacheBooks* books = this; books != nullptr; books = books->parent) books->counts.nInFlightBytes += nOver;
+  forEachAbove([&](CacheBooks& books) { books.counts.nInFlightBytes += nOver; });
 }
 
 void CacheBooks::unlist(Cacheable& data) noexcept {
@@ -397,10 +299,10 @@ void CacheBooks::unlist(Cacheable& data) noexcept {
   if (entry.books == nullptr) return;
   entry.link.unlink();
   --entry.books->nListed;
-  for (CacheBooks* books = entry.books; books != nullptr; books = books->parent) {
-    books->counts.nHeldBytes -= entry.nBytes;
-    if (entry.isLeaving) books->nLeaving -= entry.nBytes;
-  }
+  entry.books->forEachAbove([&](CacheBooks& books) {
+    books.counts.nHeldBytes -= entry.nBytes;
+    if (entry.isLeaving) books.nLeaving -= entry.nBytes;
+  });
   entry.books = nullptr;
   entry.isLeaving = entry.isParked = entry.isForsaken = false;
 }
@@ -409,11 +311,11 @@ void CacheBooks::bury(Cacheable& data) noexcept {
   if (threadBooks != nullptr && !threadBooks->uses.isEmpty()) threadBooks->handIn(&data);
   const CacheEntry& entry = CacheAccess::entryOf(data);
   if (entry.isLeaving) {
-    for (CacheBooks* books = entry.books; books != nullptr; books = books->parent) {
-      ++books->counts.nEvicted;
-      books->counts.nBytesGivenBack += entry.nBytes;
-      books->nUnreturned += entry.nBytes;
-    }
+    entry.books->forEachAbove([&](CacheBooks& books) {
+      ++books.counts.nEvicted;
+      books.counts.nBytesGivenBack += entry.nBytes;
+      books.nUnreturned += entry.nBytes;
+    });
     if (entry.books->isHeard() && threadBooks != nullptr) {
       const CacheBooks& books = *entry.books;
       const CacheEvent event{CacheEventKind::Evicted, CacheAccess::creatorOf(data), entry.nBytes, 0, 0, 0, {}};
@@ -476,7 +378,7 @@ CacheBooks* CacheBooks::firstOver(unsigned long long nOwn) noexcept {
 }
 
 void CacheBooks::settleCharge(unsigned long long nBytes) noexcept {
-  for (CacheBooks* books = this; books != nullptr; books = books->parent) books->counts.nInFlightBytes -= nBytes;
+  forEachAbove([&](CacheBooks& books) { books.counts.nInFlightBytes -= nBytes; });
 }
 
 bool CacheBooks::isWithin(const CacheBooks& other) const noexcept {
@@ -499,6 +401,4 @@ std::vector<const Creature*> shownProductions() {
   return all;
 }
 
-}  // namespace Detail
-
-}  // namespace Ostrel
+}  // namespace Ostrel::Detail

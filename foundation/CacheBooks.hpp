@@ -154,6 +154,11 @@ class CacheBooks {
   /// Whether this is `other` or one of its children's children.
   bool isWithin(const CacheBooks& other) const noexcept TRESK_REQUIRES(cacheMutex);
 
+  /// Calls `f(books)` for this cache and all above.
+  template <class F>
+  void forEachAbove(const F& f) TRESK_REQUIRES(cacheMutex) {
+    for (CacheBooks* books = this; books != nullptr; books = books->parent) f(*books);
+  }
   /// Calls `f(books)` for this cache and all below.
   template <class F>
   void forEachBelow(const F& f) TRESK_REQUIRES(cacheMutex) {

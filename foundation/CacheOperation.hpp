@@ -29,6 +29,8 @@ class TRESK_EXPORT CacheProduction : public CacheOperation {
 
   /// Called as soon as the data are there, before their creator is set. `isMade` is false if there are none.
   void finish(bool isMade) noexcept;
+  /// `setCreator` of these data with the creator of this production, at less cost if they were made for it.
+  void enter(Cacheable& made);
 
   const Creature* creator() const noexcept { return creator_; }
   /// What it took, or has taken so far; 0 if that is not measured.

@@ -286,10 +286,10 @@ class Pass {
     serialNumber_ = data.getSerialNumber();
     nBytes_ = entry.nBytes;
     entry.isLeaving = true;
-    for (CacheBooks* b = entry.books; b != nullptr; b = b->parent) {
-      ++b->counts.nAsked;
-      b->nLeaving += nBytes_;
-    }
+    entry.books->forEachAbove([&](CacheBooks& b) {
+      ++b.counts.nAsked;
+      b.nLeaving += nBytes_;
+    });
     creator_.emplace(CacheAccess::creatorOf(data));
     isSettledEarly_ = !goal_.isExplicit && whereToLetGo(books) == nullptr && !willReturn(books);
     if (isSettledEarly_) {
@@ -349,17 +349,17 @@ class Pass {
     wasRefused_ = true;
     if (entry.isLeaving) {
       entry.isLeaving = false;
-      for (CacheBooks* b = entry.books; b != nullptr; b = b->parent) b->nLeaving -= entry.nBytes;
+      if (entry.books != nullptr) entry.books->forEachAbove([&](CacheBooks& b) { b.nLeaving -= entry.nBytes; });
     }
     if (isSettledEarly_ && charge_.books != nullptr) {
       charge_.nBytes = nSettledEarly_;
-      for (CacheBooks* b = charge_.books; b != nullptr; b = b->parent) b->counts.nInFlightBytes += nSettledEarly_;
+      charge_.books->forEachAbove([&](CacheBooks& b) { b.counts.nInFlightBytes += nSettledEarly_; });
     }
     isSettledEarly_ = false;
     if (entry.books == nullptr) return;
     if (!isHeldByCreator_ && !thrown_) {
       // The creator would let go other data. It was not asked.
-      for (CacheBooks* b = entry.books; b != nullptr; b = b->parent) --b->counts.nAsked;
+      entry.books->forEachAbove([](CacheBooks& b) { --b.counts.nAsked; });
       entry.isForsaken = true;
       entry.books->park(entry);
       return;
@@ -376,7 +376,7 @@ class Pass {
       count = &CacheStatistics::nEvicted;  // though somebody else holds them still
       event.kind = CacheEventKind::Evicted;
     }
-    for (CacheBooks* b = entry.books; b != nullptr; b = b->parent) ++(b->counts.*count);
+    entry.books->forEachAbove([&](CacheBooks& b) { ++(b.counts.*count); });
     if (thread_ != nullptr && entry.books->isHeard())
       thread_->noteEvent(*entry.books, event, thrown_ ? thrownText_ : nullptr);
     // What the creator has let go, or never held, it will not let go again.

@@ -31,12 +31,16 @@ const std::type_info& Cacheable::CreatorType() const {
 void Cacheable::tie(const WeakPtr<Creature, Creature>& creator, const Creature* living, Detail::CacheBooks* books,
                     unsigned long long nBytes) TRESK_NO_THREAD_SAFETY_ANALYSIS {
   if (!creator_.sameRecord(creator)) creator_ = creator;
-  if (books == nullptr) {
+  if (books == nullptr)
     Detail::CacheBooks::unlist(*this);
-    return;
-  }
+  else
+    list(living, *books, nBytes);
+}
+
+void Cacheable::list(const Creature* creator, Detail::CacheBooks& books,
+                     unsigned long long nBytes) TRESK_NO_THREAD_SAFETY_ANALYSIS {
   getRecord()->tag.store(getSerialNumber(), std::memory_order_relaxed);
-  books->list(*this, nBytes, living, Detail::threadBooks);
+  books.list(*this, nBytes, creator, Detail::threadBooks);
 }
 
 void Cacheable::setCreator(const WeakPtr<Creature, Creature>& creator) {

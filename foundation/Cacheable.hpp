@@ -65,10 +65,12 @@ class TRESK_EXPORT Cacheable : public ReferenceBase<Cacheable> {
  private:
   friend class Cache;
   friend struct Detail::CacheAccess;
+  friend class Detail::CacheProduction;
 
   // Under the mutex of the caches.
   void tie(const WeakPtr<Creature, Creature>& creator, const Creature* living, Detail::CacheBooks* books,
            unsigned long long nBytes);
+  void list(const Creature* creator, Detail::CacheBooks& books, unsigned long long nBytes);
   CacheHolding getHolding() const;
 
   std::string description_;

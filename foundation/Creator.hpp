@@ -77,7 +77,7 @@ class TRESK_OPEN_TEMPLATE CreatorBase : public Creature {
       made.reset();
       return;
     }
-    made->setCreator(this->getSelf());
+    production.enter(*made);
     this->enableCaching(keep);
   }
 };

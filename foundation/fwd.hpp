@@ -48,6 +48,7 @@ class Cache;
 class Creature;
 namespace Detail {
 class CacheBooks;
+class CacheProduction;
 struct CacheAccess;
 }  // namespace Detail
 template <class Domain>
