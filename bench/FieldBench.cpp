@@ -1,173 +1,206 @@
 // SPDX-License-Identifier: BSD-3-Clause
 // Copyright (c) 2026 the Tresk authors
+
+// Building fields and looking creators up.
+
 #include "Harness.hpp"
-
-#include <tresk/field/Field.hpp>
-#include <tresk/field/FunctionalCreator.hpp>
-
-#include <algorithm>
-#include <random>
-#include <string>
-#include <unordered_map>
-#include <unordered_set>
-#include <vector>
+#include "RawField.hpp"
 
 namespace TreskBench {
 namespace {
 
 using namespace Tresk;
 
-constexpr unsigned int Fragments = 100000;
-
-const std::vector<std::string>& names() {
-  static const std::vector<std::string> all = [] {
-    std::vector<std::string> made;
-    for (unsigned int i = 0; i < Fragments; ++i) made.push_back("block " + std::to_string(i));
-    return made;
-  }();
-  return all;
-}
-
-/// Creators that belong to no field yet.
-std::vector<CreatorPtr> makeCreators() {
-  std::vector<CreatorPtr> creators;
-  for (unsigned int i = 0; i < Fragments; ++i)
-    creators.push_back(CreatorPtr(new FunctionalCreator(nullptr, false, CacheWeakPtr())));
-  return creators;
-}
-
-/// Numbers of fragments in random order.
-const std::vector<unsigned int>& shuffled() {
-  static const std::vector<unsigned int> order = [] {
-    std::vector<unsigned int> made(Fragments);
-    for (unsigned int i = 0; i < Fragments; ++i) made[i] = i;
-    std::shuffle(made.begin(), made.end(), std::mt19937(7));
-    return made;
-  }();
-  return order;
-}
-
-/// The raw twin of a field: the same lock, hash, tables, objects and pointers, put together by hand.
-struct RawField : CreatorContainer {
-  std::unordered_map<std::string, std::uint32_t> index;
-  std::vector<FragmentIDPtr> slots;
-  FragmentMutex mutex;
-  std::vector<std::uint32_t> keys;
-  std::vector<CreatorPtr> values;
-  Ostrel::Ageable age;
-
-  void bind(const CreatorPtr& creator, const std::string& name) {
-    const auto number = static_cast<std::uint32_t>(slots.size());
-    if (index.find(name) != index.end()) return;
-    slots.push_back(FragmentIDPtr(new FragmentID(name)));
-    index.emplace(name, number);
-    {
-      const SharedFragmentLock lock(mutex);
-      const auto place = std::lower_bound(keys.begin(), keys.end(), number);
-      if (place != keys.end() && *place == number) return;
+/// Fields of one size, filled alike: the library's, the twin on the same creators in a table of its own, and both again
+/// with every third number only.
+struct Filled {
+  explicit Filled(std::size_t n) : order(shuffledNumbers(n)), names(fragmentNames(n)) {
+    const std::vector<CreatorPtr> creators = makeCreators(n);
+    for (std::size_t i = 0; i < n; ++i) {
+      field->setCreator(creators[i], FragmentIDPtr(field->makeFragmentID(names[i])));
+      raw->bind(creators[i], names[i]);
+      sparse->setCreatorViaFragmentIndex(static_cast<unsigned int>(3 * i + 1), creators[i]);
+      rawSparse->bind(creators[i], static_cast<std::uint32_t>(3 * i + 1));
+      bare.push_back(creators[i].get());
     }
-    {
-      const ExclusiveFragmentLock lock(mutex);
-      keys.push_back(number);
-      values.push_back(creator);
-    }
-    age.touch();
-    creator->addOwner(getSelf());
-    creator->forEachOwner(&age);
+    fragments = field->getFragmentIDs();
   }
-  CreatorPtr find(std::uint32_t number) {
-    const SharedFragmentLock lock(mutex);
-    const auto place = std::lower_bound(keys.begin(), keys.end(), number);
-    return place != keys.end() && *place == number ? values[static_cast<std::size_t>(place - keys.begin())]
-                                                   : CreatorPtr();
-  }
-  CreatorPtr find(const std::string& name) {
-    const auto known = index.find(name);
-    return known == index.end() ? CreatorPtr() : find(known->second);
-  }
+
+  FieldPtr field{new Field};
+  RawFieldPtr raw{new RawField};
+  FieldPtr sparse{new Field};
+  RawFieldPtr rawSparse{new RawField};
+  std::vector<CreativeArrayBase*> bare;
+  std::vector<FragmentIDPtr> fragments;
+  std::vector<std::uint32_t> order;
+  const std::vector<std::string>& names;
 };
-using RawFieldPtr = Ostrel::StrongPtr<RawField, CreatorContainer>;
 
-template <class Holder, class Bind>
-void build(benchmark::State& state, const Bind& bind) {
+const Filled& filled(std::size_t n) {
+  fragmentNames(1000000);  // so that the names stay where they are
+  static std::unordered_map<std::size_t, std::unique_ptr<Filled>> all;
+  std::unique_ptr<Filled>& one = all[n];
+  if (!one) one = std::make_unique<Filled>(n);
+  return *one;
+}
+
+/// Builds whole fields; `make` and the end of a field are not measured.
+template <class Make, class Fill>
+void build(benchmark::State& state, std::size_t n, const Make& make, const Fill& fill) {
   for (auto _ : state) {
     state.PauseTiming();
-    const std::vector<CreatorPtr> creators = makeCreators();
-    auto* const field = new Holder(new typename Holder::ElementType);
-    state.ResumeTiming();
-    for (unsigned int i = 0; i < Fragments; ++i) bind(**field, creators[i], names()[i]);
-    state.PauseTiming();
-    delete field;
+    {
+      const std::vector<CreatorPtr> creators = makeCreators(n);
+      const auto field = make(n);
+      state.ResumeTiming();
+      fill(*field, creators);
+      state.PauseTiming();
+    }
     state.ResumeTiming();
   }
 }
 
-const FieldPtr& filledField() {
-  static const FieldPtr field = [] {
-    FieldPtr made(new Field);
-    const std::vector<CreatorPtr> creators = makeCreators();
-    for (unsigned int i = 0; i < Fragments; ++i)
-      made->setCreator(creators[i], FragmentIDPtr(made->makeFragmentID(names()[i])));
-    return made;
-  }();
+FieldPtr makeField(std::size_t) { return FieldPtr(new Field); }
+RawFieldPtr makeRawField(std::size_t) { return RawFieldPtr(new RawField); }
+FieldPtr makeReservedField(std::size_t n) {
+  FieldPtr field(new Field);
+  field->reserve_fragments(n);
+  field->getFragmentIDCollection()->reserve(n);
+  return field;
+}
+RawFieldPtr makeReservedRawField(std::size_t n) {
+  RawFieldPtr field(new RawField);
+  field->reserve(n);
   return field;
 }
 
-const RawFieldPtr& filledRawField() {
-  static const RawFieldPtr field = [] {
-    RawFieldPtr made(new RawField);
-    const std::vector<CreatorPtr> creators = makeCreators();
-    for (unsigned int i = 0; i < Fragments; ++i) made->bind(creators[i], names()[i]);
-    return made;
-  }();
-  return field;
+void fillField(Field& field, const std::vector<CreatorPtr>& creators) {
+  const std::vector<std::string>& names = fragmentNames(creators.size());
+  for (std::size_t i = 0; i < creators.size(); ++i) field.setCreator(creators[i], field.makeFragmentID(names[i]));
+}
+void fillRawField(RawField& field, const std::vector<CreatorPtr>& creators) {
+  const std::vector<std::string>& names = fragmentNames(creators.size());
+  for (std::size_t i = 0; i < creators.size(); ++i) field.bind(creators[i], names[i]);
 }
 
-/// One random lookup an iteration.
+/// Names and creators in flat tables, without fragments, counts, owners or locks.
+struct BareTable {
+  std::unordered_map<std::string, std::uint32_t> index;
+  std::vector<std::uint32_t> keys;
+  std::vector<CreativeArrayBase*> values;
+};
+void fillBareTable(BareTable& table, const std::vector<CreatorPtr>& creators) {
+  const std::vector<std::string>& names = fragmentNames(creators.size());
+  for (std::size_t i = 0; i < creators.size(); ++i) {
+    table.index.emplace(names[i], static_cast<std::uint32_t>(i));
+    table.keys.push_back(static_cast<std::uint32_t>(i));
+    table.values.push_back(creators[i].get());
+  }
+}
+
+/// Fills in random order; the entries are made beforehand.
+template <class Make, class Fill>
+void buildShuffled(benchmark::State& state, std::size_t n, const Make& make, const Fill& fill) {
+  for (auto _ : state) {
+    state.PauseTiming();
+    {
+      const fragment_copy_t entries = shuffledEntries(makeCreators(n));
+      const auto field = make(n);
+      state.ResumeTiming();
+      fill(*field, entries);
+      state.PauseTiming();
+    }
+    state.ResumeTiming();
+  }
+}
+
+/// One random lookup an iteration; `find` takes the number.
 template <class Find>
-void lookUp(benchmark::State& state, const Find& find) {
-  const std::vector<unsigned int>& order = shuffled();
+void lookUp(benchmark::State& state, const std::vector<std::uint32_t>& order, const Find& find) {
   std::size_t next = 0;
   for (auto _ : state) {
-    const CreatorPtr creator = find(order[next]);
-    benchmark::DoNotOptimize(&creator);
+    auto found = find(order[next]);
+    benchmark::DoNotOptimize(found);
     next = next + 1 == order.size() ? 0 : next + 1;
   }
 }
 
+void addRowsOfSize(std::size_t n, const std::string& size) {
+  addRow(
+      "field/build " + size, 1.20, [n](benchmark::State& state) { build(state, n, makeField, fillField); },
+      [n](benchmark::State& state) { build(state, n, makeRawField, fillRawField); },
+      [n](benchmark::State& state) {
+        build(
+            state, n, [](std::size_t) { return std::make_unique<BareTable>(); }, fillBareTable);
+      });
+  addRow(
+      "field/build reserved " + size, 1.20,
+      [n](benchmark::State& state) { build(state, n, makeReservedField, fillField); },
+      [n](benchmark::State& state) { build(state, n, makeReservedRawField, fillRawField); });
+  addRow(
+      "field/build shuffled " + size, 1.15,
+      [n](benchmark::State& state) {
+        buildShuffled(state, n, makeField,
+                      [](Field& field, const fragment_copy_t& entries) { field.setCreatorsViaFragmentIndex(entries); });
+      },
+      [n](benchmark::State& state) {
+        buildShuffled(state, n, makeRawField,
+                      [](RawField& field, const fragment_copy_t& entries) { field.bindAll(entries); });
+      });
+  addRow(
+      "field/by number " + size, 1.10,
+      [n](benchmark::State& state) {
+        const Filled& all = filled(n);
+        lookUp(state, all.order, [&](std::uint32_t i) { return all.field->getCreatorByNumericalID(i); });
+      },
+      [n](benchmark::State& state) {
+        const Filled& all = filled(n);
+        lookUp(state, all.order, [&](std::uint32_t i) { return all.raw->at(i); });
+      },
+      [n](benchmark::State& state) {
+        const Filled& all = filled(n);
+        lookUp(state, all.order, [&](std::uint32_t i) { return all.bare[i]; });
+      });
+  addRow(
+      "field/by number irregular " + size, 1.10,
+      [n](benchmark::State& state) {
+        const Filled& all = filled(n);
+        lookUp(state, all.order, [&](std::uint32_t i) { return all.sparse->getCreatorByNumericalID(3 * i + 1); });
+      },
+      [n](benchmark::State& state) {
+        const Filled& all = filled(n);
+        lookUp(state, all.order, [&](std::uint32_t i) { return all.rawSparse->find(3 * i + 1); });
+      });
+  addRow(
+      "field/by name " + size, 1.05,
+      [n](benchmark::State& state) {
+        const Filled& all = filled(n);
+        lookUp(state, all.order, [&](std::uint32_t i) { return all.field->getCreatorByName(all.names[i]); });
+      },
+      [n](benchmark::State& state) {
+        const Filled& all = filled(n);
+        lookUp(state, all.order, [&](std::uint32_t i) { return all.raw->find(all.names[i]); });
+      },
+      [n](benchmark::State& state) {
+        const Filled& all = filled(n);
+        lookUp(state, all.order, [&](std::uint32_t i) { return all.bare[all.raw->index.find(all.names[i])->second]; });
+      });
+  addRow(
+      "field/by object " + size, 1.10,
+      [n](benchmark::State& state) {
+        const Filled& all = filled(n);
+        lookUp(state, all.order, [&](std::uint32_t i) { return all.field->getCreator(all.fragments[i]); });
+      },
+      [n](benchmark::State& state) {
+        const Filled& all = filled(n);
+        lookUp(state, all.order, [&](std::uint32_t i) { return all.raw->find(all.raw->slots[i]); });
+      });
+}
+
 const Rows rows([] {
-  addRow(
-      "field/build 100k", 0,
-      [](benchmark::State& state) {
-        build<FieldPtr>(state, [](Field& field, const CreatorPtr& creator, const std::string& name) {
-          field.setCreator(creator, FragmentIDPtr(field.makeFragmentID(name)));
-        });
-      },
-      [](benchmark::State& state) {
-        build<RawFieldPtr>(state, [](RawField& field, const CreatorPtr& creator, const std::string& name) {
-          field.bind(creator, name);
-        });
-      });
-  addRow(
-      "field/by number 100k", 0,
-      [](benchmark::State& state) {
-        const Field& field = *filledField();
-        lookUp(state, [&field](unsigned int i) { return field.getCreatorByNumericalID(i); });
-      },
-      [](benchmark::State& state) {
-        RawField& field = *filledRawField();
-        lookUp(state, [&field](unsigned int i) { return field.find(i); });
-      });
-  addRow(
-      "field/by name 100k", 0,
-      [](benchmark::State& state) {
-        const Field& field = *filledField();
-        lookUp(state, [&field](unsigned int i) { return field.getCreatorByName(names()[i]); });
-      },
-      [](benchmark::State& state) {
-        RawField& field = *filledRawField();
-        lookUp(state, [&field](unsigned int i) { return field.find(names()[i]); });
-      });
+  addRowsOfSize(10000, "10k");
+  addRowsOfSize(100000, "100k");
+  addRowsOfSize(1000000, "1M");
 });
 
 }  // namespace

@@ -2,11 +2,12 @@
 // Copyright (c) 2026 the Tresk authors
 #include "Harness.hpp"
 
-#include <algorithm>
+#include "Report.hpp"
+
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
-#include <fstream>
-#include <map>
+#include <exception>
 #include <sched.h>
 #include <vector>
 
@@ -15,26 +16,15 @@ namespace TreskBench {
 namespace {
 
 struct Row {
-  std::string name;
-  double target;
-  std::vector<double> value;  ///< nanoseconds per operation, one entry a repetition
-  std::vector<double> raw;
+  Result result;
+  std::string valueName;
+  std::string rawName;
+  std::string bareName;
 };
 
 std::vector<Row>& theRows() {
   static std::vector<Row> rows;
   return rows;
-}
-
-constexpr char valueSuffix[] = "/value";
-constexpr char rawSuffix[] = "/raw";
-
-double minimum(const std::vector<double>& times) { return *std::min_element(times.begin(), times.end()); }
-
-double median(std::vector<double> times) {
-  const auto middle = times.begin() + static_cast<std::ptrdiff_t>(times.size() / 2);
-  std::nth_element(times.begin(), middle, times.end());
-  return *middle;
 }
 
 /// Collects the single repetitions, whose order is random, and keeps quiet otherwise.
@@ -43,14 +33,21 @@ class Collector : public benchmark::BenchmarkReporter {
   bool ReportContext(const Context&) override { return true; }
   void ReportRuns(const std::vector<Run>& runs) override {
     for (const Run& run : runs) {
-      if (run.run_type != Run::RT_Iteration || run.error_occurred) continue;
+      if (run.run_type != Run::RT_Iteration) continue;
       const std::string name = run.run_name.function_name;
+      if (run.error_occurred) {
+        std::fprintf(stderr, "%s: %s\n", name.c_str(), run.error_message.c_str());
+        hasFailed = true;
+        continue;
+      }
       for (Row& row : theRows()) {
-        if (name == row.name + valueSuffix) row.value.push_back(run.GetAdjustedRealTime());
-        if (name == row.name + rawSuffix) row.raw.push_back(run.GetAdjustedRealTime());
+        if (name == row.valueName) row.result.value.push_back(run.GetAdjustedRealTime());
+        if (name == row.rawName) row.result.raw.push_back(run.GetAdjustedRealTime());
+        if (name == row.bareName) row.result.bare.push_back(run.GetAdjustedRealTime());
       }
     }
   }
+  bool hasFailed = false;
 };
 
 /// Keeps the program on the processor where it runs, so that repetitions are alike.
@@ -63,71 +60,69 @@ void bindToCore() {
 
 }  // namespace
 
-void addRow(const std::string& name, double target, const Side& value, const Side& raw) {
-  theRows().push_back({name, target, {}, {}});
-  benchmark::RegisterBenchmark((name + valueSuffix).c_str(), value);
-  benchmark::RegisterBenchmark((name + rawSuffix).c_str(), raw);
+void addRow(const std::string& name, double target, const Side& value, const Side& raw, const Side& bare) {
+  Row row;
+  row.result.name = name;
+  row.result.target = target;
+  row.valueName = name + "/value";
+  row.rawName = name + "/raw";
+  benchmark::RegisterBenchmark(row.valueName.c_str(), value);
+  benchmark::RegisterBenchmark(row.rawName.c_str(), raw);
+  if (bare) {
+    row.bareName = name + "/bare";
+    benchmark::RegisterBenchmark(row.bareName.c_str(), bare);
+  }
+  theRows().push_back(row);
 }
 
 namespace {
 
-int runAll(int argc, char** argv) {
-  std::string jsonFile;
-  std::vector<char*> arguments;
+int runRows(std::vector<char*> given, const std::string& jsonFile) {
   // What a program argument repeats replaces these.
   static char interleave[] = "--benchmark_enable_random_interleaving=true";
   static char repetitions[] = "--benchmark_repetitions=11";
   static char minTime[] = "--benchmark_min_time=0.05";
-  arguments.push_back(argv[0]);
-  arguments.insert(arguments.end(), {interleave, repetitions, minTime});
-  for (int i = 1; i < argc; ++i) {
-    if (std::strcmp(argv[i], "--json") == 0 && i + 1 < argc)
-      jsonFile = argv[++i];
-    else
-      arguments.push_back(argv[i]);
-  }
-  int count = static_cast<int>(arguments.size());
-  benchmark::Initialize(&count, arguments.data());
-  if (benchmark::ReportUnrecognizedArguments(count, arguments.data())) return 2;
+  given.insert(given.begin() + 1, {interleave, repetitions, minTime});
+  int count = static_cast<int>(given.size());
+  benchmark::Initialize(&count, given.data());
+  if (benchmark::ReportUnrecognizedArguments(count, given.data())) return 2;
   bindToCore();
   Collector collector;
   benchmark::RunSpecifiedBenchmarks(&collector);
+  std::vector<Result> results;
+  for (const Row& row : theRows())
+    if (!row.result.value.empty() && !row.result.raw.empty()) results.push_back(row.result);
+  printResults(results);
+  if (!jsonFile.empty()) writeResults(results, jsonFile);
+  return collector.hasFailed ? 1 : 0;
+}
 
-  std::printf("%-28s %12s %12s %9s %9s %8s\n", "row", "value ns", "raw ns", "ratio min", "median", "target");
-  std::string json = "[\n";
-  for (const Row& row : theRows()) {
-    if (row.value.empty() || row.raw.empty()) continue;
-    const double valueTime = median(row.value);
-    const double rawTime = median(row.raw);
-    const double ratioMin = minimum(row.value) / minimum(row.raw);
-    const double ratioMedian = valueTime / rawTime;
-    char target[16] = "-";
-    if (row.target > 0)
-      std::snprintf(target, sizeof(target), "%.2f%s", row.target, ratioMedian > row.target ? " !" : "");
-    std::printf("%-28s %12.2f %12.2f %9.3f %9.3f %8s\n", row.name.c_str(), valueTime, rawTime, ratioMin, ratioMedian,
-                target);
-    char line[512];
-    std::snprintf(line, sizeof(line),
-                  "  {\"name\": \"%s\", \"value_ns\": %.4f, \"raw_ns\": %.4f, \"ratio_min\": %.4f, "
-                  "\"ratio_median\": %.4f, \"target\": %s}",
-                  row.name.c_str(), valueTime, rawTime, ratioMin, ratioMedian,
-                  row.target > 0 ? std::to_string(row.target).c_str() : "null");
-    if (json.size() > 2) json += ",\n";
-    json += line;
+int runAll(int argc, char** argv) {
+  std::string jsonFile;
+  std::vector<char*> rest(argv, argv + 1);
+  for (int i = 1; i < argc; ++i) {
+    if (std::strcmp(argv[i], "--json") == 0 && i + 1 < argc)
+      jsonFile = argv[++i];
+    else if (std::strcmp(argv[i], "--compare") == 0 && i + 2 < argc)
+      return compareResults(argv[i + 1], argv[i + 2]);
+    else if (std::strcmp(argv[i], "--scale") == 0) {
+      bindToCore();
+      printScale(i + 1 < argc ? std::strtoull(argv[i + 1], nullptr, 10) : 1000000);
+      return 0;
+    } else
+      rest.push_back(argv[i]);
   }
-  json += "\n]\n";
-  if (!jsonFile.empty()) {
-    std::ofstream out(jsonFile);
-    out << json;
-    if (!out) {
-      std::fprintf(stderr, "cannot write %s\n", jsonFile.c_str());
-      return 1;
-    }
-  }
-  return 0;
+  return runRows(rest, jsonFile);
 }
 
 }  // namespace
 }  // namespace TreskBench
 
-int main(int argc, char** argv) { return TreskBench::runAll(argc, argv); }
+int main(int argc, char** argv) {
+  try {
+    return TreskBench::runAll(argc, argv);
+  } catch (const std::exception& e) {
+    std::fprintf(stderr, "%s\n", e.what());
+    return 1;
+  }
+}

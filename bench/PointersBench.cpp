@@ -5,6 +5,8 @@
 
 #include <tresk/foundation/Pointers.hpp>
 
+#include <memory>
+
 namespace TreskBench {
 namespace {
 
@@ -17,6 +19,17 @@ struct Object : Base {
 };
 using Owner = Ostrel::StrongPtr<Object, Base>;
 using Observer = Ostrel::WeakPtr<Object, Base>;
+
+/// A copy of an address.
+void copyBare(benchmark::State& state) {
+  const auto object = std::make_unique<long long>(1);
+  const long long* const owner = object.get();
+  for (auto _ : state) {
+    benchmark::DoNotOptimize(&owner);
+    const long long* const copy = owner;
+    benchmark::DoNotOptimize(copy);
+  }
+}
 
 const Rows rows([] {
   addRow(
@@ -34,10 +47,11 @@ const Rows rows([] {
           const RawOwner copy(owner);
           benchmark::DoNotOptimize(&copy);
         }
-      });
+      },
+      copyBare);
 
   addRow(
-      "pointer/upgrade", 0,
+      "pointer/upgrade", 1.10,
       [](benchmark::State& state) {
         const Owner owner(new Object(1));
         const Observer observer(owner);
@@ -54,7 +68,8 @@ const Rows rows([] {
           const RawOwner copy(observer);
           benchmark::DoNotOptimize(&copy);
         }
-      });
+      },
+      copyBare);
 
   addRow(
       "pointer/construct+destroy", 1.00,
@@ -69,10 +84,16 @@ const Rows rows([] {
           const RawOwner owner(new RawObject(1));
           benchmark::DoNotOptimize(&owner);
         }
+      },
+      [](benchmark::State& state) {
+        for (auto _ : state) {
+          const auto object = std::make_unique<long long>(1);
+          benchmark::DoNotOptimize(object.get());
+        }
       });
 
   addRow(
-      "pointer/valid", 0,
+      "pointer/valid", 1.05,
       [](benchmark::State& state) {
         const Owner owner(new Object(1));
         for (auto _ : state) {
@@ -83,13 +104,28 @@ const Rows rows([] {
       },
       [](benchmark::State& state) {
         const RawOwner owner(new RawObject(1));
-        std::atomic<RawRecord*> slot{owner.record};
+        // The lowest bit of the word marks a pointer whose object is of another type.
+        std::atomic<std::uintptr_t> slot{reinterpret_cast<std::uintptr_t>(owner.record)};
         for (auto _ : state) {
           benchmark::DoNotOptimize(&slot);
-          const RawRecord* const record = slot.load(std::memory_order_acquire);
-          bool isValid = record != nullptr && record->object.load(std::memory_order_acquire) != nullptr &&
-                         record->strong.load(std::memory_order_acquire) >= 1;
-          isValid = slot.load(std::memory_order_acquire) == record && isValid;
+          bool isValid = false;
+          for (;;) {
+            const std::uintptr_t word = slot.load(std::memory_order_acquire);
+            const auto* const record = reinterpret_cast<const RawRecord*>(word & ~std::uintptr_t{1});
+            if ((word & 1U) != 0 || record == nullptr) break;
+            isValid = record->object.load(std::memory_order_acquire) != nullptr &&
+                      record->strong.load(std::memory_order_acquire) >= 1;
+            if (slot.load(std::memory_order_acquire) == word) break;
+          }
+          benchmark::DoNotOptimize(isValid);
+        }
+      },
+      [](benchmark::State& state) {
+        const auto object = std::make_unique<long long>(1);
+        const long long* slot = object.get();
+        for (auto _ : state) {
+          benchmark::DoNotOptimize(&slot);
+          bool isValid = slot != nullptr;
           benchmark::DoNotOptimize(isValid);
         }
       });

@@ -79,6 +79,34 @@ const Rows rows([] {
       });
 
   addRow(
+      "walk/reduceElements", 1.05,
+      [](benchmark::State& state) {
+        const CreativeIterator<double>& walk = scalars()->getIterator();
+        for (auto _ : state) {
+          double sum = walk.reduceElements(0.0, [](double a, double b) { return a + b; });
+          benchmark::DoNotOptimize(sum);
+        }
+      },
+      [](benchmark::State& state) {
+        const double* const data = static_cast<const double*>(scalars()->getDataPointer());
+        for (auto _ : state) {
+          double part[8] = {};
+          for (unsigned long long e = 0; e < Elements; e += 8)
+            for (unsigned int p = 0; p < 8; ++p) part[p] += data[e + p];
+          double sum = ((part[0] + part[4]) + (part[2] + part[6])) + ((part[1] + part[5]) + (part[3] + part[7]));
+          benchmark::DoNotOptimize(sum);
+        }
+      },
+      [](benchmark::State& state) {
+        const double* const data = static_cast<const double*>(scalars()->getDataPointer());
+        for (auto _ : state) {
+          double sum = 0;
+          for (unsigned long long e = 0; e < Elements; ++e) sum += data[e];
+          benchmark::DoNotOptimize(sum);
+        }
+      });
+
+  addRow(
       "walk/component", 1.05,
       [](benchmark::State& state) {
         const ArrayPtr<1, double> view(vectors()->getComponent(1, CreatorWeakPtr()));
@@ -123,13 +151,28 @@ const Rows rows([] {
       });
 
   addRow(
-      "access/i,j,k write", 0,
+      "access/i,j,k write", 1.05,
       [](benchmark::State& state) {
         MemArray<3, double>& a = *scalars();
         for (auto _ : state) {
           for (unsigned long long k = 0; k < Edge; ++k)
             for (unsigned long long j = 0; j < Edge; ++j)
               for (unsigned long long i = 0; i < Edge; ++i) a(i, j, k) = static_cast<double>(i ^ j);
+          benchmark::ClobberMemory();
+        }
+      },
+      [](benchmark::State& state) {
+        double* const data = static_cast<double*>(scalars()->getDataPointer());
+        // What an array may show: a block behind an offset, or one component of each element.
+        unsigned long long offset = 0;
+        unsigned long long stride = 1;
+        benchmark::DoNotOptimize(offset);
+        benchmark::DoNotOptimize(stride);
+        for (auto _ : state) {
+          for (unsigned long long k = 0; k < Edge; ++k)
+            for (unsigned long long j = 0; j < Edge; ++j)
+              for (unsigned long long i = 0; i < Edge; ++i)
+                data[((k * Edge + j) * Edge + i + offset) * stride] = static_cast<double>(i ^ j);
           benchmark::ClobberMemory();
         }
       },

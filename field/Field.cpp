@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <functional>
 #include <stdexcept>
 
 namespace Tresk {
@@ -108,18 +109,18 @@ unsigned int Field::getNumericalID(const FragmentIDPtr& fragment) {
 
 unsigned int Field::findNumericalID(const FragmentIDPtr& fragment) const {
   if (!fragment) return 0;
-  const FragmentIDCollectionPtr collection = collection_;
-  return collection ? collection->findID(fragment) : FragmentIDCollection::NoNumber;
+  const FragmentIDCollection* const collection = livingCollection();
+  return collection != nullptr ? collection->findID(fragment) : FragmentIDCollection::NoNumber;
 }
 
 unsigned int Field::findNumericalIDByName(const std::string& name) const {
-  const FragmentIDCollectionPtr collection = collection_;
-  return collection ? collection->findNumericalIDByName(name) : FragmentIDCollection::NoNumber;
+  const FragmentIDCollection* const collection = livingCollection();
+  return collection != nullptr ? collection->findNumericalIDByName(name) : FragmentIDCollection::NoNumber;
 }
 
 FragmentIDPtr Field::getFragmentID(const std::string& name) const {
-  const FragmentIDCollectionPtr collection = collection_;
-  return collection ? collection->findFragmentIDByName(name) : FragmentIDPtr();
+  const FragmentIDCollection* const collection = livingCollection();
+  return collection != nullptr ? collection->findFragmentIDByName(name) : FragmentIDPtr();
 }
 
 const std::vector<FragmentIDPtr>& Field::getFragmentIDs() const {
@@ -128,8 +129,8 @@ const std::vector<FragmentIDPtr>& Field::getFragmentIDs() const {
 }
 
 FragmentIDPtr Field::getFirstFragmentID() const {
-  const FragmentIDCollectionPtr collection = collection_;
-  if (!collection) return FragmentIDPtr();
+  const FragmentIDCollection* const collection = livingCollection();
+  if (collection == nullptr) return FragmentIDPtr();
   const SharedFragmentLock lock(mutex_);
   return fragments_.keys.empty() ? FragmentIDPtr() : collection->findFragmentID(fragments_.keys.front());
 }
@@ -149,8 +150,11 @@ bool Field::validate(unsigned int number) const {
 
 std::size_t Field::findPosition(unsigned int number) const {
   const std::vector<std::uint32_t>& keys = fragments_.keys;
+  if (keys.empty() || number > keys.back()) return Absent;
+  // The keys rise strictly: if the last one is the number of those before it, there are no gaps.
+  if (keys.back() == keys.size() - 1) return number;
   const auto place = std::lower_bound(keys.begin(), keys.end(), number);
-  return place != keys.end() && *place == number ? static_cast<std::size_t>(place - keys.begin()) : Absent;
+  return *place == number ? static_cast<std::size_t>(place - keys.begin()) : Absent;
 }
 
 CreatorPtr Field::findValue(unsigned int number) const {
@@ -161,7 +165,8 @@ CreatorPtr Field::findValue(unsigned int number) const {
 std::size_t Field::insert(unsigned int number, const CreatorPtr& creator) {
   std::vector<std::uint32_t>& keys = fragments_.keys;
   std::vector<CreatorPtr>& values = fragments_.values;
-  const auto place = std::lower_bound(keys.begin(), keys.end(), number);
+  const bool isLast = keys.empty() || keys.back() < number;
+  const auto place = isLast ? keys.end() : std::lower_bound(keys.begin(), keys.end(), number);
   const std::ptrdiff_t position = place - keys.begin();
   if (place != keys.end() && *place == number) return static_cast<std::size_t>(position);
   // Both vectors get their room before either changes.
@@ -172,26 +177,35 @@ std::size_t Field::insert(unsigned int number, const CreatorPtr& creator) {
   return static_cast<std::size_t>(position);
 }
 
-CreatorPtr& Field::store(unsigned int number, const CreatorPtr& creator) {
+CreatorPtr& Field::store(unsigned int number, const CreatorPtr*& creator, CreatorPtr& copy) {
   // The former creator dies here, after the lock: its end may ask this field.
   CreatorPtr replaced;
   {
     const SharedFragmentLock lock(mutex_);
+    const std::vector<CreatorPtr>& values = fragments_.values;
+    const std::less<const CreatorPtr*> isBefore;
+    if (!isBefore(creator, values.data()) && isBefore(creator, values.data() + values.size())) {
+      copy = *creator;
+      creator = &copy;
+    }
     const std::size_t position = findPosition(number);
     if (position != Absent) {
       // Under the shared lock the slot stays where it is; readers may copy it at this very moment.
       CreatorPtr& slot = fragments_.values[position];
-      replaced = slot.exchangeFor(creator);
+      replaced = slot.exchangeFor(*creator);
       return slot;
     }
   }
   const ExclusiveFragmentLock lock(mutex_);
-  return fragments_.values[insert(number, creator)];
+  return fragments_.values[insert(number, *creator)];
 }
 
 void Field::touchAndOwn(const CreatorPtr& creator) {
   Ostrel::Ageable& age = Ostrel::Ageable::touch();
-  if (!creator) return;
+  if (creator) enterAsOwner(creator, age);
+}
+
+void Field::enterAsOwner(const CreatorPtr& creator, Ostrel::Ageable& age) {
   creator->addOwner(getSelf());
   creator->forEachOwner(&age);
 }
@@ -206,8 +220,8 @@ CreatorPtr Field::getCreator(const FragmentIDPtr& fragment) const {
     return findValue(findNumericalID(fragment));
   }
   if (fragments_.keys.size() > 1) return CreatorPtr();
-  const FragmentIDCollectionPtr collection = collection_;
-  if (collection && collection->findFragmentID(fragments_.keys.front())) return CreatorPtr();
+  const FragmentIDCollection* const collection = livingCollection();
+  if (collection != nullptr && collection->findFragmentID(fragments_.keys.front())) return CreatorPtr();
   return fragments_.values.front();
 }
 
@@ -217,14 +231,14 @@ CreatorPtr Field::getCreatorByNumericalID(unsigned int number) const {
 }
 
 CreatorPtr Field::getCreatorByName(const std::string& name) const {
-  const FragmentIDCollectionPtr collection = collection_;
-  if (!collection) return CreatorPtr();
+  const FragmentIDCollection* const collection = livingCollection();
+  if (collection == nullptr) return CreatorPtr();
   return getCreatorByNumericalID(collection->findNumericalIDByName(name));
 }
 
 CreatorWithFragment Field::getCreatorByNameF(const std::string& name) const {
-  const FragmentIDCollectionPtr collection = collection_;
-  if (!collection) return CreatorWithFragment();
+  const FragmentIDCollection* const collection = livingCollection();
+  if (collection == nullptr) return CreatorWithFragment();
   const unsigned int number = collection->findNumericalIDByName(name);
   CreatorPtr creator = getCreatorByNumericalID(number);
   if (!creator) return CreatorWithFragment();
@@ -275,11 +289,74 @@ CreatorPtr& Field::getCreatorReferenceViaFragmentIndex(unsigned int number) {
 // --------------------------------------------------------------------------------------------------------- binding
 
 CreatorPtr& Field::setCreatorViaFragmentIndex(unsigned int number, const CreatorPtr& creator) {
-  // A copy: `creator` may be a slot of this very table, which an insertion moves.
-  const CreatorPtr bound = creator;
-  CreatorPtr& slot = store(number, bound);
-  touchAndOwn(bound);
+  const CreatorPtr* bound = &creator;
+  CreatorPtr copy;
+  CreatorPtr& slot = store(number, bound, copy);
+  touchAndOwn(*bound);
   return slot;
+}
+
+void Field::setCreatorsViaFragmentIndex(const fragment_copy_t& entries) {
+  if (entries.empty()) return;
+  if (entries.size() > 0xFFFFFFFFULL) {
+    throw std::length_error("Field::setCreatorsViaFragmentIndex: " + std::to_string(entries.size()) +
+                            " entries, more than there are numbers");
+  }
+  // The order of the entries: their number, and their place to tell equal numbers apart.
+  std::vector<std::uint64_t> order(entries.size());
+  for (std::size_t i = 0; i < order.size(); ++i) order[i] = std::uint64_t{entries[i].first} << 32U | i;
+  if (!std::is_sorted(order.begin(), order.end())) std::sort(order.begin(), order.end());
+  // Of one number the last entry holds.
+  std::size_t nDistinct = 0;
+  for (std::size_t i = 0; i < order.size(); ++i)
+    if (i + 1 == order.size() || order[i] >> 32U != order[i + 1] >> 32U) order[nDistinct++] = order[i];
+  order.resize(nDistinct);
+
+  fragments_t former;  // dies after the lock: the ends of replaced creators may ask this field
+  {
+    const ExclusiveFragmentLock lock(mutex_);
+    merge(order, entries, former);
+  }
+  Ostrel::Ageable& age = Ostrel::Ageable::touch();
+  for (const auto& [number, creator] : entries)
+    if (creator) enterAsOwner(creator, age);
+}
+
+void Field::merge(const std::vector<std::uint64_t>& order, const fragment_copy_t& entries, fragments_t& former) {
+  const auto numberOf = [](std::uint64_t place) { return static_cast<std::uint32_t>(place >> 32U); };
+  const auto creatorOf = [&entries](std::uint64_t place) -> const CreatorPtr& {
+    return entries[static_cast<std::uint32_t>(place)].second;
+  };
+  if (!fragments_.keys.empty() && fragments_.keys.back() >= numberOf(order.front())) {
+    // Into a table of its own, which takes the place of the present one when nothing can fail any more.
+    fragments_t merged;
+    merged.keys.reserve(fragments_.keys.size() + order.size());
+    merged.values.reserve(fragments_.keys.size() + order.size());
+    std::size_t present = 0;
+    for (const std::uint64_t place : order) {
+      for (; present < fragments_.keys.size() && fragments_.keys[present] < numberOf(place); ++present) {
+        merged.keys.push_back(fragments_.keys[present]);
+        merged.values.push_back(std::move(fragments_.values[present]));
+      }
+      if (present < fragments_.keys.size() && fragments_.keys[present] == numberOf(place)) ++present;
+      merged.keys.push_back(numberOf(place));
+      merged.values.push_back(creatorOf(place));
+    }
+    for (; present < fragments_.keys.size(); ++present) {
+      merged.keys.push_back(fragments_.keys[present]);
+      merged.values.push_back(std::move(fragments_.values[present]));
+    }
+    former = std::exchange(fragments_, std::move(merged));
+    return;
+  }
+  // All behind the last key.
+  const std::size_t nAll = fragments_.keys.size() + order.size();
+  if (fragments_.keys.capacity() < nAll) fragments_.keys.reserve(nAll);
+  if (fragments_.values.capacity() < nAll) fragments_.values.reserve(nAll);
+  for (const std::uint64_t place : order) {
+    fragments_.keys.push_back(numberOf(place));
+    fragments_.values.push_back(creatorOf(place));
+  }
 }
 
 CreatorPtr& Field::setCreator(const CreatorPtr& creator, const FragmentIDPtr& fragment) {
@@ -362,8 +439,8 @@ unsigned long long Field::nFragments() const {
 bool Field::isUnfragmented() const {
   const SharedFragmentLock lock(mutex_);
   if (fragments_.keys.size() != 1) return false;
-  const FragmentIDCollectionPtr collection = collection_;
-  return !collection || !collection->findFragmentID(fragments_.keys.front());
+  const FragmentIDCollection* const collection = livingCollection();
+  return collection == nullptr || !collection->findFragmentID(fragments_.keys.front());
 }
 
 Ostrel::StrongPtr<MemArrayProperties, Ostrel::InterfaceBase> Field::getProperties() const {

@@ -156,6 +156,11 @@ class TRESK_EXPORT Field : public CreatorContainer,
   /// Binds a creator to a number. If another thread binds the number at the same moment and inserts it first, that
   /// creator stays.
   CreatorPtr& setCreatorViaFragmentIndex(unsigned int number, const CreatorPtr& creator);
+  /// Binds many creators at once, as `setCreatorViaFragmentIndex` would one after the other: of entries with the same
+  /// number the last one holds. The fragments come in any order: they are sorted, and the table is moved once, which
+  /// takes n log n for n entries beside one pass over the table. Other threads see all of them or none.
+  /// Throws `std::length_error` for more than 4294967295 entries; the table survives that and a lack of memory.
+  void setCreatorsViaFragmentIndex(const fragment_copy_t& entries);
   /// Makes a creator for data, which must stand on the list of a cache, and binds it. Null otherwise, for null data
   /// and for any other `alternative`.
   CreatorPtr createCreator(const MemBasePtr& data, const FragmentIDPtr& fragment, CreationFailAlternative alternative,
@@ -256,6 +261,8 @@ class TRESK_EXPORT Field : public CreatorContainer,
  private:
   static constexpr std::size_t Absent = static_cast<std::size_t>(-1);
 
+  /// The collection, or null. Without a count: once a field has a living collection, it holds that one to its end.
+  const FragmentIDCollection* livingCollection() const noexcept { return collection_.get(); }
   /// Position of a key in the table, or `Absent`.
   std::size_t findPosition(unsigned int number) const TRESK_REQUIRES_SHARED(mutex_);
   /// The creator of a key, or null.
@@ -263,10 +270,16 @@ class TRESK_EXPORT Field : public CreatorContainer,
   /// Position of a key that is inserted with `creator` unless it is there.
   std::size_t insert(unsigned int number, const CreatorPtr& creator) TRESK_REQUIRES(mutex_);
 
-  /// Stores a creator under a number; the slot.
-  CreatorPtr& store(unsigned int number, const CreatorPtr& creator) TRESK_EXCLUDES(mutex_);
+  /// Stores a creator under a number; the slot. If `creator` is a slot of this very table, which an insertion moves, it
+  /// becomes the address of `copy`.
+  CreatorPtr& store(unsigned int number, const CreatorPtr*& creator, CreatorPtr& copy) TRESK_EXCLUDES(mutex_);
+  /// Puts entries in the table, which stand in `order` by rising numbers (the upper half) as their places in `entries`
+  /// (the lower half). What they replace goes to `former`.
+  void merge(const std::vector<std::uint64_t>& order, const fragment_copy_t& entries, fragments_t& former)
+      TRESK_REQUIRES(mutex_);
   /// Marks the field as changed and enters it as an owner of the creator.
   void touchAndOwn(const CreatorPtr& creator);
+  void enterAsOwner(const CreatorPtr& creator, Ostrel::Ageable& age);
   /// Calls `f(creator)` for each living creator in key order under the shared lock, until it returns true.
   template <class F>
   void visitCreators(const F& f) const TRESK_EXCLUDES(mutex_);

@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <stdexcept>
+#include <utility>
 
 namespace Tresk {
 
@@ -43,26 +44,35 @@ const std::vector<FragmentIDPtr>& FragmentIDCollection::getFragmentIDs() const n
 
 unsigned int FragmentIDCollection::prepareSlot() {
   if (!identifiers_) identifiers_ = SlotChunk(new Ostrel::Chunk<FragmentIDPtr>(0));
-  std::vector<FragmentIDPtr>* slots = &identifiers_->vector();
+  const std::vector<FragmentIDPtr>* slots = &identifiers_->vector();
   if (slots->size() >= NoNumber) {
     throw std::length_error("FragmentIDCollection: no number left for a further fragment beside " +
                             std::to_string(slots->size()));
   }
   if (slots->size() == slots->capacity()) {
-    if (identifiers_.strongCount() > 1) {
-      identifiers_ = SlotChunk(identifiers_->clone());
-      slots = &identifiers_->vector();
-    }
-    slots->reserve(std::max<std::size_t>(4, 2 * slots->size()));
+    growSlots(std::max<std::size_t>(4, 2 * slots->size()));
+    slots = &identifiers_->vector();
   }
   return static_cast<unsigned int>(slots->size());
 }
 
-FragmentIDPtr& FragmentIDCollection::append(unsigned int number, const std::string& name,
-                                            const FragmentIDPtr& fragment) {
+void FragmentIDCollection::growSlots(std::size_t nSlots) {
+  if (identifiers_.strongCount() > 1) identifiers_ = SlotChunk(identifiers_->clone());
+  identifiers_->vector().reserve(nSlots);
+}
+
+void FragmentIDCollection::reserve(unsigned long long nFragments) {
+  if (!identifiers_) identifiers_ = SlotChunk(new Ostrel::Chunk<FragmentIDPtr>(0));
+  if (nFragments > std::min<unsigned long long>(identifiers_->vector().max_size(), index_.max_size()))
+    throw std::length_error("FragmentIDCollection::reserve: no room for " + std::to_string(nFragments) + " fragments");
+  if (nFragments > identifiers_->vector().capacity()) growSlots(nFragments);
+  if (nFragments > index_.size()) index_.reserve(nFragments);
+}
+
+FragmentIDPtr& FragmentIDCollection::append(unsigned int number, const std::string& name, FragmentIDPtr fragment) {
   // The slot has its room already: from here on only the index can fail, and then nothing has changed.
   index_[name] = number;
-  return identifiers_->vector().emplace_back(fragment);
+  return identifiers_->vector().emplace_back(std::move(fragment));
 }
 
 void FragmentIDCollection::fill(const DynamicSize& shape, const std::string& suffix) {
@@ -105,7 +115,7 @@ unsigned int FragmentIDCollection::getID(const FragmentIDPtr& fragment) {
   }
   FragmentID& identity = *fragment;
   if (identity.owner_) {
-    if (identity.owner_ != self()) {
+    if (identity.owner_.getRecord() != getRecord()) {
       Ostrel::breakpoint(
           "FragmentIDCollection::getID(): WARNING: accessing fragmentID collection from an external fragment");
     }
@@ -119,9 +129,9 @@ unsigned int FragmentIDCollection::getID(const FragmentIDPtr& fragment) {
     return known->second;
   }
   if (shape_.getExtents() != nullptr) return NoNumber;
-  const FragmentIDPtr added = fragment;  // a copy: `fragment` may be one of the slots, which move
+  FragmentIDPtr added = fragment;  // a copy: `fragment` may be one of the slots, which move
   const unsigned int number = prepareSlot();
-  append(number, identity.getName(), added);
+  append(number, identity.getName(), std::move(added));
   identity.number_.store(number, std::memory_order_relaxed);
   identity.owner_ = self();
   return number;

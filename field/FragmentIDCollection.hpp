@@ -40,6 +40,11 @@ class TRESK_EXPORT FragmentIDCollection : public Ostrel::ReferenceBase<FragmentI
   /// until the next fragment is added.
   FragmentIDPtr& makeFragmentID(const std::string& name);
 
+  /// Makes room for `nFragments` fragments in all, so that names are added without moving those that are there.
+  /// References to slots hold no longer. Throws `std::length_error` if a vector cannot hold that many; nothing has
+  /// changed then.
+  void reserve(unsigned long long nFragments);
+
   /// The number of a fragment, which is registered if need be.
   ///
   /// An invalid pointer stands for the unnamed fragment: the number of the first slot without a living fragment, which
@@ -88,11 +93,13 @@ class TRESK_EXPORT FragmentIDCollection : public Ostrel::ReferenceBase<FragmentI
   Ostrel::WeakPtr<FragmentIDCollection, FragmentIDCollection> self() { return getSelf(); }
   /// Makes room for one more slot and returns its number. An array that shows the present storage keeps it.
   unsigned int prepareSlot();
+  /// Gives the slots room for that many. An array that shows the present storage keeps it.
+  void growSlots(std::size_t nSlots);
   /// Makes this a collection of the given shape with one fragment for each index, in place of all former slots. Names
   /// are the indices joined by "x", and then `suffix`. Throws `std::length_error` if a vector cannot hold that many.
   void fill(const DynamicSize& shape, const std::string& suffix);
   /// Adds a slot under a name.
-  FragmentIDPtr& append(unsigned int number, const std::string& name, const FragmentIDPtr& fragment);
+  FragmentIDPtr& append(unsigned int number, const std::string& name, FragmentIDPtr fragment);
 
   std::unordered_map<std::string, std::uint32_t> index_;
   SlotChunk identifiers_;

@@ -23,21 +23,11 @@ void FragmentMutex::unlock() noexcept {
   state_.notify_all();
 }
 
-bool FragmentMutex::try_lock_shared() noexcept {
-  std::uint32_t state = state_.load(std::memory_order_relaxed);
-  while ((state & Writer) == 0)
-    if (state_.compare_exchange_weak(state, state + 1, std::memory_order_acquire, std::memory_order_relaxed))
-      return true;
-  return false;
+void FragmentMutex::waitAndLockShared() noexcept TRESK_NO_THREAD_SAFETY_ANALYSIS {
+  do state_.wait(Writer, std::memory_order_relaxed);
+  while (!try_lock_shared());
 }
 
-void FragmentMutex::lock_shared() TRESK_NO_THREAD_SAFETY_ANALYSIS {
-  while (!try_lock_shared()) state_.wait(Writer, std::memory_order_relaxed);
-}
-
-void FragmentMutex::unlock_shared() noexcept {
-  // Only the last reader can let a writer in. A writer may sleep on any number of readers; it wakes here and looks again.
-  if (state_.fetch_sub(1) == 1) state_.notify_all();
-}
+void FragmentMutex::wakeWriters() noexcept { state_.notify_all(); }
 
 }  // namespace Tresk

@@ -26,11 +26,27 @@ class TRESK_EXPORT TRESK_CAPABILITY("shared_mutex") FragmentMutex {
   bool try_lock() noexcept TRESK_TRY_ACQUIRE(true);
   void unlock() noexcept TRESK_RELEASE();
 
-  void lock_shared() TRESK_ACQUIRE_SHARED();
-  bool try_lock_shared() noexcept TRESK_TRY_ACQUIRE_SHARED(true);
-  void unlock_shared() noexcept TRESK_RELEASE_SHARED();
+  TRESK_HOT void lock_shared() TRESK_ACQUIRE_SHARED() TRESK_NO_THREAD_SAFETY_ANALYSIS {
+    if (!try_lock_shared()) [[unlikely]]
+      waitAndLockShared();
+  }
+  TRESK_HOT bool try_lock_shared() noexcept TRESK_TRY_ACQUIRE_SHARED(true) {
+    std::uint32_t state = state_.load(std::memory_order_relaxed);
+    while ((state & Writer) == 0)
+      if (state_.compare_exchange_weak(state, state + 1, std::memory_order_acquire, std::memory_order_relaxed))
+        return true;
+    return false;
+  }
+  TRESK_HOT void unlock_shared() noexcept TRESK_RELEASE_SHARED() {
+    // Only the last reader can let a writer in. A writer may sleep on any number of readers; it wakes here and looks
+    // again.
+    if (state_.fetch_sub(1) == 1) wakeWriters();
+  }
 
  private:
+  void waitAndLockShared() noexcept;
+  void wakeWriters() noexcept;
+
   /// Number of readers inside, or `Writer` while a writer is inside. Readers go from n to n + 1 and back, a writer from
   /// 0 to `Writer` and back.
   std::atomic<std::uint32_t> state_{0};

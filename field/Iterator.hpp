@@ -9,6 +9,29 @@
 
 namespace Tresk {
 
+namespace Detail {
+
+/// Combines `start` and `elementAt(0)` ... `elementAt(n - 1)` in eight partial results, so that the latency of one step
+/// does not bound the loop.
+template <class R, class At, class Op>
+R reduceInEights(unsigned long long n, const At& elementAt, R start, Op& op) {
+  constexpr unsigned int Parts = 8;
+  unsigned long long e = 0;
+  if (n >= Parts) {
+    R part[Parts];
+    for (unsigned int p = 0; p < Parts; ++p) part[p] = static_cast<R>(elementAt(p));
+    for (e = Parts; e + Parts <= n; e += Parts)
+      for (unsigned int p = 0; p < Parts; ++p) part[p] = op(part[p], static_cast<R>(elementAt(e + p)));
+    for (unsigned int half = Parts / 2; half > 0; half /= 2)
+      for (unsigned int p = 0; p < half; ++p) part[p] = op(part[p], part[p + half]);
+    start = op(start, part[0]);
+  }
+  for (; e < n; ++e) start = op(start, static_cast<R>(elementAt(e)));
+  return start;
+}
+
+}  // namespace Detail
+
 /// How the elements of type `T` lie in memory: the unit of the walk and the number of units of one element.
 ///
 /// Nearly every element is a unit by itself. The two array types of doubles are walked component by component, so that
@@ -119,6 +142,21 @@ struct Iterator : IteratorBase<T> {
       for (unsigned long long e = 0; e < n; ++e) f(first[e * this->stride]);
     }
   }
+
+  /// Combines `start` with all elements by `op(R, R)`, which is associative and commutative as far as the caller minds:
+  /// eight partial results are formed side by side, so that sums of doubles round otherwise than in strict order, and
+  /// always alike for the same number of elements. `start` enters once.
+  template <class R, class Op>
+  R reduceElements(R start, Op op) const {
+    const unsigned long long n = this->nElements();
+    const T* const first = this->data + this->offset * this->stride;
+    if (this->stride == 1)
+      return Detail::reduceInEights(
+          n, [first](unsigned long long e) { return first[e]; }, start, op);
+    const unsigned long long step = this->stride;
+    return Detail::reduceInEights(
+        n, [=](unsigned long long e) { return first[e * step]; }, start, op);
+  }
 };
 
 /// The walk over elements of `K` doubles, assembled from their components.
@@ -148,6 +186,13 @@ struct Iterator<Quorvel::FixedArray<double, K>> : IteratorBase<double> {
     } else {
       for (unsigned long long e = 0; e < n; ++e) f(load(this->unitAt(e), this->span));
     }
+  }
+
+  /// As the reduction of the other walks.
+  template <class R, class Op>
+  R reduceElements(R start, Op op) const {
+    const auto elementAt = [this](unsigned long long e) { return load(this->unitAt(e), this->span); };
+    return Detail::reduceInEights(this->nElements(), elementAt, start, op);
   }
 
  private:

@@ -53,7 +53,7 @@ class TRESK_OPEN_TEMPLATE TreskType : public TreskTypeBase {
 template <class T>
 TreskTypePtr getTreskType() {
   static Ostrel::Auto<TreskType<T>> record;
-  return TreskTypePtr(record.getSelf());
+  return TreskTypePtr(&record);
 }
 
 #define TRESK_DECLARE_RECORD(...)                            \

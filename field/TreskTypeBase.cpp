@@ -77,8 +77,8 @@ bool TreskTypeBase::remember() const {
 }
 
 TreskTypeWeakPtr TreskTypeBase::find(const TreskTypeIndex& index) {
-  const auto [first, last] = theRegistry().equal_range(index);
-  for (auto entry = first; entry != last; ++entry)
+  const auto& registry = theRegistry();
+  for (auto entry = registry.lower_bound(index); entry != registry.end() && entry->first == index; ++entry)
     if (entry->second) return entry->second;
   return TreskTypeWeakPtr();
 }

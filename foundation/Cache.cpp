@@ -179,12 +179,13 @@ void Cache::setPolicy(const StrongPtr<CachePolicy, CachePolicy>& policy) {
 }
 
 void Cache::setListener(const CacheListener& listener) {
-  std::shared_ptr<const CacheListener> next = listener ? std::make_shared<const CacheListener>(listener) : nullptr;
+  std::shared_ptr<Detail::ListenerCall> next = listener ? std::make_shared<Detail::ListenerCall>(listener) : nullptr;
   const LeafLock lock(cacheMutex);
   const int difference = (next ? 1 : 0) - (books_->listener ? 1 : 0);
   Detail::nMeasuringCaches.fetch_add(difference, std::memory_order_relaxed);
   Detail::nListeningCaches.fetch_add(difference, std::memory_order_relaxed);
   books_->listener.swap(next);
+  if (next) next->isRemoved.store(true, std::memory_order_release);
 }
 
 void Cache::setReturnsMemoryAfter(unsigned long long nBytes) {
@@ -226,8 +227,14 @@ CacheStatistics Cache::getStatistics() const {
 }
 
 std::vector<CacheHolding> Cache::getHoldings() const {
-  const std::vector<const Creature*> producing = Detail::shownProductions();
+  std::vector<const Creature*> producing = Detail::shownProductions();
+  std::sort(producing.begin(), producing.end());
+  const auto produces = [&producing](const Creature* creator) {
+    return std::binary_search(producing.begin(), producing.end(), creator);
+  };
   std::vector<CacheHolding> all;
+  std::vector<WeakPtr<Creature, Creature>> busy;  // creators of this cache whose productions run
+  busy.reserve(producing.size());
   std::vector<const ReferenceRecord*> records;  // to be compared only
   for (std::size_t nRoom = 0;;) {
     all.reserve(nRoom);
@@ -237,6 +244,8 @@ std::vector<CacheHolding> Cache::getHoldings() const {
     books_->forEachBelow([&](const CacheBooks& books) { nRoom += books.nListed; });
     if (nRoom > all.capacity()) continue;
     books_->forEachBelow([&](const CacheBooks& books) {
+      for (const CacheLink<const Creature>* link = books.creatures.next; link != &books.creatures; link = link->next)
+        if (produces(link->owner) && busy.size() < busy.capacity()) busy.push_back(link->owner->getSelf());
       for (const CacheLink<Cacheable>* ring : {&books.order, &books.parked})
         for (const CacheLink<Cacheable>* link = ring->next; link != ring; link = link->next)
           if (link->owner != nullptr) {
@@ -246,6 +255,11 @@ std::vector<CacheHolding> Cache::getHoldings() const {
     });
     break;
   }
+  const auto tellCreator = [](CacheHolding& holding, const Creature& creator) {
+    holding.creator = Typename(typeid(creator));
+    const auto history = creator.getProvenances();
+    if (!history.empty() && history.front()) holding.path = history.front()->getPath('/');
+  };
   for (std::size_t i = 0; i < all.size(); ++i) {
     CacheHolding& holding = all[i];
     const Pin<Creature> creator(holding.creature);
@@ -254,15 +268,25 @@ std::vector<CacheHolding> Cache::getHoldings() const {
       continue;
     }
     const Creature& object = *creator;
-    holding.creator = Typename(typeid(object));
-    const auto history = creator->getProvenances();
-    if (!history.empty() && history.front()) holding.path = history.front()->getPath('/');
-    if (creator->isUnderCreation() || std::find(producing.begin(), producing.end(), &object) != producing.end())
+    tellCreator(holding, object);
+    const auto producer = std::find(busy.begin(), busy.end(), holding.creature);
+    if (producer != busy.end()) busy.erase(producer);
+    if (creator->isUnderCreation() || produces(&object))
       holding.state = CacheHoldingState::InProduction;
     else if (creator->isKept())
       holding.state = CacheHoldingState::Kept;
     else if (holding.nHolders > 0 || creator->getCacheable().getRecord() != records[i])
       holding.state = CacheHoldingState::HeldByCallers;
+  }
+  // Productions whose data do not count yet: their operands do.
+  for (const WeakPtr<Creature, Creature>& creature : busy) {
+    const Pin<Creature> creator(creature);
+    if (!creator) continue;
+    CacheHolding holding;
+    holding.creature = creature;
+    holding.state = CacheHoldingState::InProduction;
+    tellCreator(holding, *creator);
+    all.push_back(holding);
   }
   std::stable_sort(all.begin(), all.end(),
                    [](const CacheHolding& a, const CacheHolding& b) { return a.nBytes > b.nBytes; });

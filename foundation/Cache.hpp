@@ -29,8 +29,8 @@ class TRESK_EXPORT CacheBase : public ReferenceBase<CacheBase> {
 /// (`getHoldings` tells which). Data are let go at the end of the outermost `create`, `produce`, `makeSize`, `request`
 /// or setting of data on the thread that brought them, and at the end of the thread of an asynchronous creator. When a
 /// caller lets data go nothing happens: the next of these operations that makes data or tries to, `enforceLimit` or the
-/// thread of the cache sees to it. While operations run, the bytes held are at most the limit and the bytes in flight: what the running
-/// operations have brought in beyond the limit, and what is being let go at the moment.
+/// thread of the cache sees to it. While operations run, the bytes held are at most the limit and the bytes in flight:
+/// what the running operations have brought in beyond the limit, and what is being let go at the moment.
 ///
 /// The order. Least recently used first, exactly for the uses of one thread; uses of other threads are seen at the
 /// latest when there are 64 of them. A policy can replace the order.
@@ -97,7 +97,8 @@ class TRESK_EXPORT Cache : public CacheBase {
 
   /// The numbers of this moment.
   CacheStatistics getStatistics() const;
-  /// The data listed here and in the children, largest first, with the state that they are in. Linear in their number.
+  /// The data listed here and in the children, largest first, with the state that they are in, and at the end the
+  /// creators at work whose data do not count yet, with 0 bytes. Linear in the number of data and creators.
   std::vector<CacheHolding> getHoldings() const;
   /// The numbers, the accounted bytes beside the resident set of the process, and, if the limit is passed, what stands
   /// in the way: at most `nLines` of the largest holdings that cannot be let go.

@@ -113,7 +113,7 @@ void ThreadBooks::handIn(Cacheable* dying) noexcept {
 
 void ThreadBooks::handInAll() noexcept {
   if (!uses.isEmpty()) {
-    makeRoom();
+    prepare();
     const LeafLock lock(cacheMutex);
     handIn();
   }
@@ -146,7 +146,7 @@ CacheCharge* ThreadBooks::chargeIn(CacheBooks& books) noexcept {
     charges = unused;
   }
   unused->books = &books;
-  unused->isDue = false;
+  unused->isDue = unused->isPostponed = false;
   unused->link.enterBefore(books.charges);
   return unused;
 }
@@ -160,7 +160,8 @@ void ThreadBooks::settle() noexcept {
   for (int nRounds = 0; nRounds < 4 && !isSettled; ++nRounds) {
     isSettled = true;
     for (CacheCharge* charge = charges; charge != nullptr; charge = charge->next) {
-      if (charge->isDue ? !mayCallOut() : charge->nBytes == 0) continue;
+      const bool hasWork = charge->isPostponed ? mayCallOut() : charge->nBytes != 0;
+      if (!hasWork && !charge->isDue) continue;
       runPass(*charge, PassGoal());
       isSettled = false;
     }
@@ -179,8 +180,9 @@ void ThreadBooks::tellListeners() noexcept {
     ++nOperations;
     for (PendingEvent& event : told) {
       try {
+        if (event.listener->isRemoved.load(std::memory_order_acquire)) continue;
         if (event.text != nullptr) event.event.text = *event.text;
-        (*event.listener)(event.event);
+        event.listener->listener(event.event);
       } catch (...) {  // NOLINT(bugprone-empty-catch): a listener's own affair, as it is stated
       }
     }
@@ -190,11 +192,15 @@ void ThreadBooks::tellListeners() noexcept {
   }
 }
 
-void ThreadBooks::makeRoom() noexcept {
-  if (nListeningCaches.load(std::memory_order_relaxed) == 0) return;
-  if (pending.capacity() - pending.size() >= 2 * UseBatch::Size) return;
+void ThreadBooks::prepare() noexcept {
+  if (spare == nullptr) spare = new (std::nothrow) CacheCharge;
+  const int nListening = nListeningCaches.load(std::memory_order_relaxed);
+  if (nListening == 0) return;
+  // Each event may be told to each of them, and a whole batch of uses may be handed in besides.
+  const std::size_t nNeeded = 2 * UseBatch::Size * static_cast<std::size_t>(nListening);
+  if (pending.capacity() - pending.size() >= nNeeded) return;
   try {
-    pending.reserve(2 * pending.size() + 4 * UseBatch::Size);
+    pending.reserve(2 * (pending.size() + nNeeded));
   } catch (...) {  // NOLINT(bugprone-empty-catch): the events are lost, as there is no room for them
   }
 }
@@ -247,13 +253,16 @@ bool CacheBooks::isHeard() const noexcept {
   return false;
 }
 
-void CacheBooks::list(Cacheable& data, unsigned long long nBytes, const Creature* creator, ThreadBooks* thread) {
+void CacheBooks::list(Cacheable& data, unsigned long long nBytes, const Creature* creator, bool isOthers,
+                      ThreadBooks* thread) {
   if (thread != nullptr && !thread->uses.isEmpty()) thread->handIn();  // those uses came before
   CacheEntry& entry = CacheAccess::entryOf(data);
   const bool isNew = entry.books != this;
+  const unsigned long long nFormer = isNew ? 0 : entry.nBytes;
   const bool isLeaving = entry.isLeaving;  // it goes on being asked for
-  const bool isProduction = thread != nullptr && thread->innermost != nullptr && creator != nullptr &&
-                            thread->innermost->creator() == creator;
+  const bool isProduction = (isNew || isOthers) && thread != nullptr && thread->innermost != nullptr &&
+                            creator != nullptr && thread->innermost->countFor(*creator);
+  const bool isEntry = isNew && !isProduction;
   unlist(data);
   entry.books = this;
   entry.nBytes = nBytes;
@@ -264,16 +273,16 @@ void CacheBooks::list(Cacheable& data, unsigned long long nBytes, const Creature
     CacheStatistics& c = books.counts;
     c.nHeldBytes += nBytes;
     c.nPeakBytes = std::max(c.nPeakBytes, c.nHeldBytes);
-    if (isNew) {
-      ++(isProduction ? c.nProductions : c.nEntries);
-      c.nHits += static_cast<unsigned long long>(entry.nUnbooked);
-    }
+    if (isProduction) ++c.nProductions;
+    if (isEntry) ++c.nEntries;
+    c.nHits += static_cast<unsigned long long>(entry.nUnbooked);
     if (isLeaving) books.nLeaving += nBytes;
+    if (books.nLeaving != 0 && c.nHeldBytes > c.limit) books.isExcused = true;
   });
   entry.isLeaving = isLeaving;
   entry.nUnbooked = 0;
-  if (!isNew) return;
-  if (thread != nullptr && isHeard())
+  if (thread == nullptr) return;
+  if ((isProduction || isEntry) && isHeard())
     thread->noteEvent(*this, {isProduction ? CacheEventKind::Produced : CacheEventKind::Entered,
                               CacheAccess::creatorOf(data),
                               nBytes,
@@ -281,16 +290,17 @@ void CacheBooks::list(Cacheable& data, unsigned long long nBytes, const Creature
                               isProduction ? thread->innermost->seconds() : 0,
                               0,
                               {}});
-  // Only what passes a limit has to be answered for at the end of the operation.
-  if (thread == nullptr || thread->nOperations == 0) return;
+  // Only what passes a limit has to be answered for at the end of the operation: as in flight, as far as it is new.
+  // Data that were set again may have got a creator that can let them go.
+  if (thread->nOperations == 0) return;
   unsigned long long nOver = 0;
   forEachAbove([&](const CacheBooks& books) TRESK_REQUIRES(cacheMutex) { nOver = std::max(nOver, books.excess(0)); });
   if (nOver == 0) return;
   CacheCharge* const charge = thread->chargeIn(*this);
   if (charge == nullptr) return;
-  nOver = std::min(nOver, nBytes);
+  nOver = std::min(nOver, nBytes > nFormer ? nBytes - nFormer : 0);
   charge->nBytes += nOver;
-  charge->isDue = false;
+  charge->isDue = true;
   forEachAbove([&](CacheBooks& books) { books.counts.nInFlightBytes += nOver; });
 }
 
@@ -307,8 +317,7 @@ void CacheBooks::unlist(Cacheable& data) noexcept {
   entry.isLeaving = entry.isParked = entry.isForsaken = false;
 }
 
-void CacheBooks::bury(Cacheable& data) noexcept {
-  if (threadBooks != nullptr && !threadBooks->uses.isEmpty()) threadBooks->handIn(&data);
+void CacheBooks::dismiss(Cacheable& data) noexcept {
   const CacheEntry& entry = CacheAccess::entryOf(data);
   if (entry.isLeaving) {
     entry.books->forEachAbove([&](CacheBooks& books) {

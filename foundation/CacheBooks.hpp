@@ -33,6 +33,8 @@
 /// weigh any more, and are in flight until they die or the creator refuses. So at any moment
 ///     held <= limit + charges + leaving
 /// unless all that exceeds the limit was found to be held by callers, kept, or beyond anybody's power to bring back.
+/// What comes in while others are leaving may be excused by them. If they stay after all, whoever asked them looks at the
+/// limits again.
 
 namespace Ostrel::Detail {
 
@@ -67,12 +69,20 @@ struct CacheCharge {
   CacheBooks* books = nullptr;        ///< null once the cache has died
   CacheCharge* next = nullptr;        ///< in the list of the thread
   unsigned long long nBytes = 0;      ///< written by the thread under the mutex
-  bool isDue = false;                 ///< creators are to be asked once the walk has ended
+  bool isDue = false;                 ///< the limits are to be looked at, though nothing was brought in
+  bool isPostponed = false;           ///< what is left to let go waits until creators may be asked that call others
+};
+
+/// A listener as a cache and the events on their way to it share it.
+struct ListenerCall {
+  explicit ListenerCall(const CacheListener& function) : listener(function) {}
+  const CacheListener listener;
+  std::atomic<bool> isRemoved{false};  ///< it is told nothing any more
 };
 
 /// An event on its way to a listener.
 struct PendingEvent {
-  std::shared_ptr<const CacheListener> listener;
+  std::shared_ptr<const ListenerCall> listener;
   CacheEvent event;
   std::shared_ptr<const std::string> text;  ///< of the event; made outside the mutex
 };
@@ -88,14 +98,15 @@ struct ThreadBooks {
   /// Hands the batch in. `dying` are data in their `PreDestructor`, which their record does not show any more.
   void handIn(Cacheable* dying = nullptr) noexcept TRESK_REQUIRES(cacheMutex);
   void handInAll() noexcept;
+  /// Sees to it that there is memory for what is noted next under the mutex: the charge in one more cache, and events.
+  /// Called just before the mutex is taken.
+  void prepare() noexcept;
   /// The charge of this thread in a cache; null without memory.
   CacheCharge* chargeIn(CacheBooks& books) noexcept TRESK_REQUIRES(cacheMutex);
   /// Ends the outermost operation, or the outermost walk.
   void settle() noexcept;
   /// Tells the listeners what has happened. Nothing of ours is locked.
   void tellListeners() noexcept;
-  /// Makes room for events if somebody listens.
-  void makeRoom() noexcept;
   /// Notes an event for the listeners of a cache and its parents.
   void noteEvent(const CacheBooks& books, CacheEvent event,
                  const std::shared_ptr<const std::string>& text = nullptr) noexcept TRESK_REQUIRES(cacheMutex);
@@ -110,7 +121,7 @@ struct ThreadBooks {
   UseBatch uses;
   CacheCharge* charges = nullptr;
   CacheCharge* spare = nullptr;  ///< made outside the mutex for the next cache
-  const CacheProduction* innermost = nullptr;
+  CacheProduction* innermost = nullptr;
   std::array<std::atomic<const Creature*>, MaxShown> shown{};  ///< productions that run, for reports of other threads
   int nProductions = 0;
   CacheLink<ThreadBooks> link{this};
@@ -129,13 +140,14 @@ class CacheBooks {
   CacheBooks(const CacheBooks&) = delete;
   CacheBooks& operator=(const CacheBooks&) = delete;
 
-  /// Lists data at the end of the order, or moves them there; `nBytes` is what they count from now on.
-  void list(Cacheable& data, unsigned long long nBytes, const Creature* creator, ThreadBooks* thread)
+  /// Lists data at the end of the order, or moves them there; `nBytes` is what they count from now on. `isOthers` says
+  /// that they had another creator before.
+  void list(Cacheable& data, unsigned long long nBytes, const Creature* creator, bool isOthers, ThreadBooks* thread)
       TRESK_REQUIRES(cacheMutex);
   /// Takes data off their list, if they stand on one.
   static void unlist(Cacheable& data) noexcept TRESK_REQUIRES(cacheMutex);
-  /// The same for data that die, which are evicted if they were being asked for.
-  static void bury(Cacheable& data) noexcept TRESK_REQUIRES(cacheMutex);
+  /// The same for data that leave for good, which are evicted if they were being asked for.
+  static void dismiss(Cacheable& data) noexcept TRESK_REQUIRES(cacheMutex);
   /// Moves listed data to the end of the order.
   void moveToEnd(CacheEntry& entry) noexcept TRESK_REQUIRES(cacheMutex);
   /// Does not ask for these data again until they are used, set again, or asked for explicitly.
@@ -178,9 +190,10 @@ class CacheBooks {
   CacheBooks* parent;
   CacheStatistics counts;           ///< with those of the children; `nInFlightBytes` are the charges alone
   unsigned long long nLeaving = 0;  ///< bytes of data whose creators are being asked
+  bool isExcused = false;           ///< data have come in above the limit while others were leaving
   unsigned long long nListed = 0;   ///< data of this cache alone
   StrongPtr<CachePolicy, CachePolicy> policy;
-  std::shared_ptr<const CacheListener> listener;
+  std::shared_ptr<ListenerCall> listener;
   std::shared_ptr<CacheKeeper> keeper;
   unsigned long long returnsFrom = ~0ULL;  ///< evicted bytes after which free memory goes back to the system
   unsigned long long nUnreturned = 0;      ///< evicted bytes since that was done

@@ -13,8 +13,7 @@ CacheOperation::CacheOperation() noexcept {
   ThreadBooks* const thread = ThreadBooks::mine();
   if (thread == nullptr) return;
   ++thread->nOperations;
-  if (thread->spare == nullptr) thread->spare = new (std::nothrow) CacheCharge;
-  thread->makeRoom();
+  thread->prepare();
 }
 
 CacheOperation::~CacheOperation() {
@@ -49,12 +48,15 @@ void CacheProduction::finish(bool isMade) noexcept {
 }
 
 void CacheProduction::enter(Cacheable& made) {
+  isMade_ = false;  // if it throws, nobody will know of these data
   const unsigned long long nBytes = made.memsize();
+  isMade_ = true;
+  if (threadBooks != nullptr) threadBooks->prepare();  // the production may have used up what there was
   {
     const LeafLock lock(cacheMutex);
     CacheBooks* const books = CacheAccess::booksOf(*creator_);
     if (books != nullptr && made.creator_.getRecord() == creator_->getRecord()) {
-      made.list(creator_, *books, nBytes);
+      made.list(creator_, false, *books, nBytes);
       return;
     }
   }
@@ -70,6 +72,7 @@ CacheProduction::~CacheProduction() {
       thread->shown[static_cast<unsigned>(place)].store(nullptr, std::memory_order_relaxed);
   }
   if (isMade_) return;
+  if (thread != nullptr) thread->prepare();
   const LeafLock lock(cacheMutex);
   CacheBooks* const books = CacheAccess::booksOf(*creator_);
   if (books == nullptr) return;
@@ -79,8 +82,7 @@ CacheProduction::~CacheProduction() {
     // Callers may have given back by now what was in use before.
     if (CacheCharge* const charge = thread->chargeIn(*books)) charge->isDue = true;
   }
-  if (books->isHeard())
-    thread->noteEvent(*books, {CacheEventKind::Failed, creator_->getSelf(), 0, 0, 0, 0, {}});
+  if (books->isHeard()) thread->noteEvent(*books, {CacheEventKind::Failed, creator_->getSelf(), 0, 0, 0, 0, {}});
 }
 
 void handInUses() noexcept {

@@ -5,6 +5,7 @@
 #include <tresk/foundation/fwd.hpp>
 
 #include <chrono>
+#include <utility>
 
 namespace Ostrel::Detail {
 
@@ -33,19 +34,21 @@ class TRESK_EXPORT CacheProduction : public CacheOperation {
   void enter(Cacheable& made);
 
   const Creature* creator() const noexcept { return creator_; }
+  /// Whether data that are set now are what this creator has made: true once, and for this creator.
+  bool countFor(const Creature& creator) noexcept { return &creator == creator_ && !std::exchange(isCounted_, true); }
   /// What it took, or has taken so far; 0 if that is not measured.
   double seconds() const noexcept;
-  const CacheProduction* outer() const noexcept { return outer_; }
 
  private:
   const Creature* const creator_;
-  const CacheProduction* outer_ = nullptr;
+  CacheProduction* outer_ = nullptr;
   std::chrono::steady_clock::time_point begin_;
   double seconds_ = 0;
   bool isNoted_ = false;  ///< the thread knows of it
   bool isMeasured_ = false;
   bool isFinished_ = false;
   bool isMade_ = false;
+  bool isCounted_ = false;
 };
 
 /// Hands in the uses that this thread has noted, so that others see them.

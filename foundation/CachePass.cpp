@@ -64,9 +64,7 @@ class Pass {
       : charge_(charge),
         goal_(goal),
         thread_(ThreadBooks::mine()),
-        mayCallOut_(thread_ == nullptr || thread_->mayCallOut()) {
-    if (thread_ != nullptr) thread_->makeRoom();
-  }
+        mayCallOut_(thread_ == nullptr || thread_->mayCallOut()) {}
   Pass(const Pass&) = delete;
   Pass& operator=(const Pass&) = delete;
   ~Pass() {
@@ -78,6 +76,7 @@ class Pass {
   PassResult run() {
     for (;;) {
       Step step;
+      if (thread_ != nullptr) thread_->prepare();
       {
         const LeafLock lock(cacheMutex);
         step = next();
@@ -110,6 +109,7 @@ class Pass {
     if (over_ != over) {
       mark_.unlink();  // it stands in the ring of the former one
       over_ = over;
+      hasRanked_ = false;
       if (goal_.isExplicit) over->unparkAll();
     }
     needsRanking_ = false;
@@ -134,15 +134,28 @@ class Pass {
 
   CacheBooks* whereToLetGo(CacheBooks& books) const noexcept TRESK_REQUIRES(cacheMutex) {
     if (goal_.nWanted != 0) return result_.nGivenBack < goal_.nWanted ? &books : nullptr;
-    return books.firstOver(charge_.nBytes);
+    for (CacheBooks* b = &books; b != nullptr; b = b->parent)
+      if (b->excess(nOwnIn(*b)) != 0) return b;
+    return nullptr;
+  }
+
+  /// What the limits do not have to wait for: the bytes that this thread has brought in. For a pass that the program
+  /// has asked for outside all operations these are also those that wait for the end of a walk.
+  unsigned long long nOwnIn(const CacheBooks& books) const noexcept TRESK_REQUIRES(cacheMutex) {
+    unsigned long long nOwn = charge_.nBytes;
+    if (!goal_.isExplicit || thread_ == nullptr || thread_->nOperations != 0) return nOwn;
+    for (const CacheCharge* charge = thread_->charges; charge != nullptr; charge = charge->next)
+      if (charge != &charge_ && charge->books != nullptr && charge->books->isWithin(books)) nOwn += charge->nBytes;
+    return nOwn;
   }
 
   Step end(CacheBooks* books) noexcept TRESK_REQUIRES(cacheMutex) {
     // What waits for the end of a walk stays in flight until then.
-    charge_.isDue = books != nullptr && wasPostponed_ && !result_.holds;
-    if (charge_.isDue && thread_ != nullptr && goal_.nWanted == 0)
-      if (CacheCharge* const own = thread_->chargeIn(*books)) own->isDue = true;
-    if (!charge_.isDue) settleCharge(books);
+    charge_.isDue = false;
+    charge_.isPostponed = books != nullptr && wasPostponed_ && !result_.holds;
+    if (charge_.isPostponed && thread_ != nullptr && goal_.nWanted == 0)
+      if (CacheCharge* const own = thread_->chargeIn(*books)) own->isPostponed = true;
+    if (!charge_.isPostponed) settleCharge(books);
     if (books != nullptr) {
       for (CacheBooks* b = books; b != nullptr; b = b->parent) {
         if (!result_.holds && goal_.wakesKeeper && !keeper_) keeper_ = b->keeper;
@@ -183,10 +196,12 @@ class Pass {
   }
 
   Cacheable* pick(CacheBooks& over) TRESK_REQUIRES(cacheMutex) {
+    isPickedInOrder_ = false;
     if (over.policy) {
       if (Cacheable* const data = pickRanked(over)) return data;
       if (needsRanking_) return nullptr;
     }
+    isPickedInOrder_ = true;
     if (!over.children.isLinked()) return firstEligible(over, mark_.isLinked() ? mark_.next : over.order.next);
     Cacheable* oldest = nullptr;
     over.forEachBelow([&](CacheBooks& books) TRESK_NO_THREAD_SAFETY_ANALYSIS {
@@ -291,12 +306,13 @@ class Pass {
       b.nLeaving += nBytes_;
     });
     creator_.emplace(CacheAccess::creatorOf(data));
+    askedSerialNumber_ = *creator_ ? (*creator_)->getSerialNumber() : 0;
     isSettledEarly_ = !goal_.isExplicit && whereToLetGo(books) == nullptr && !willReturn(books);
     if (isSettledEarly_) {
       nSettledEarly_ = charge_.nBytes;
       settleCharge(&books);
     }
-    if ((!isSettledEarly_ || wasRefused_) && !over_->children.isLinked()) {
+    if (isPickedInOrder_ && (!isSettledEarly_ || wasRefused_) && !over_->children.isLinked()) {
       // The next pick goes on behind these data, wherever they are by then.
       mark_.unlink();
       mark_.enterBefore(*entry.link.next);
@@ -357,9 +373,15 @@ class Pass {
     }
     isSettledEarly_ = false;
     if (entry.books == nullptr) return;
+    seeToOthers(*entry.books);
+    // They may have got another creator meanwhile, who has not been asked.
+    const Creature* const creator = CacheAccess::livingCreatorOf(CacheAccess::creatorOf(*data));
+    const bool isOthers = creator == nullptr || creator->getSerialNumber() != askedSerialNumber_;
+    if (isOthers) entry.refusedBy = 0;
     if (!isHeldByCreator_ && !thrown_) {
       // The creator would let go other data. It was not asked.
       entry.books->forEachAbove([](CacheBooks& b) { --b.counts.nAsked; });
+      if (isOthers) return;
       entry.isForsaken = true;
       entry.books->park(entry);
       return;
@@ -369,6 +391,8 @@ class Pass {
     if (thrown_) {
       count = &CacheStatistics::nThrown;
       event.kind = CacheEventKind::Thrown;
+    } else if (isOthers) {
+      // In use by their new creator, whatever the former one has answered.
     } else if (answer_ == Creature::CannotRelease) {
       count = &CacheStatistics::nCannotRelease;
       event.kind = CacheEventKind::CannotRelease;
@@ -382,6 +406,20 @@ class Pass {
     // What the creator has let go, or never held, it will not let go again.
     if (count == &CacheStatistics::nEvicted) entry.isForsaken = true;
     if (count == &CacheStatistics::nCannotRelease || entry.isForsaken) entry.books->park(entry);
+  }
+
+  /// What has come in elsewhere was excused by bytes that were about to leave, and stay. Where this pass does not go on
+  /// to look, the thread does so at the end of its operation.
+  void seeToOthers(CacheBooks& books) TRESK_REQUIRES(cacheMutex) {
+    const bool goesOn = goal_.nWanted == 0 && !(thrown_ && goal_.isExplicit) && charge_.books != nullptr &&
+                        charge_.books->isWithin(books);
+    if (goesOn || thread_ == nullptr) return;
+    bool isPassed = false;
+    books.forEachAbove([&isPassed](CacheBooks& b) TRESK_NO_THREAD_SAFETY_ANALYSIS {
+      if (std::exchange(b.isExcused, false) && b.excess(0) != 0) isPassed = true;
+    });
+    CacheCharge* const own = isPassed ? thread_->chargeIn(books) : nullptr;
+    if (own != nullptr) own->isDue = true;
   }
 
   /// What is left to do when the mutex is free again.
@@ -406,6 +444,7 @@ class Pass {
   bool needsRanking_ = false;
   bool wasPostponed_ = false;
   bool wasRefused_ = false;
+  bool isPickedInOrder_ = false;
   bool isMarked_ = false;               ///< the mark has been set, and may stand in a ring
   CacheLink<Cacheable> mark_{nullptr};  ///< behind what has been looked at, in a cache without children
   PassResult result_;
@@ -416,6 +455,7 @@ class Pass {
   std::optional<Pin<Creature>> creator_;
   ReferenceRecord* record_ = nullptr;
   long long serialNumber_ = 0;
+  long long askedSerialNumber_ = 0;  ///< of the creator
   unsigned long long nBytes_ = 0;
   bool isSettledEarly_ = false;  ///< nothing is left to do if the creator lets go
   unsigned long long nSettledEarly_ = 0;

@@ -30,17 +30,18 @@ const std::type_info& Cacheable::CreatorType() const {
 
 void Cacheable::tie(const WeakPtr<Creature, Creature>& creator, const Creature* living, Detail::CacheBooks* books,
                     unsigned long long nBytes) TRESK_NO_THREAD_SAFETY_ANALYSIS {
-  if (!creator_.sameRecord(creator)) creator_ = creator;
+  const bool isOthers = !creator_.sameRecord(creator);
+  if (isOthers) creator_ = creator;
   if (books == nullptr)
-    Detail::CacheBooks::unlist(*this);
+    Detail::CacheBooks::dismiss(*this);
   else
-    list(living, *books, nBytes);
+    list(living, isOthers, *books, nBytes);
 }
 
-void Cacheable::list(const Creature* creator, Detail::CacheBooks& books,
+void Cacheable::list(const Creature* creator, bool isOthers, Detail::CacheBooks& books,
                      unsigned long long nBytes) TRESK_NO_THREAD_SAFETY_ANALYSIS {
   getRecord()->tag.store(getSerialNumber(), std::memory_order_relaxed);
-  books.list(*this, nBytes, creator, Detail::threadBooks);
+  books.list(*this, nBytes, creator, isOthers, Detail::threadBooks);
 }
 
 void Cacheable::setCreator(const WeakPtr<Creature, Creature>& creator) {
@@ -93,7 +94,9 @@ void Cacheable::PreDestructor() noexcept {
   // Without a tag no cache and no thread knows of these data.
   if (getRecord()->tag.load(std::memory_order_relaxed) == 0) return;
   const LeafLock lock(cacheMutex);
-  Detail::CacheBooks::bury(*this);
+  // Those uses are of data that their record does not show any more.
+  if (Detail::threadBooks != nullptr && !Detail::threadBooks->uses.isEmpty()) Detail::threadBooks->handIn(this);
+  Detail::CacheBooks::dismiss(*this);
   getRecord()->tag.store(0, std::memory_order_relaxed);
 }
 

@@ -33,8 +33,8 @@ class TRESK_EXPORT Cacheable : public ReferenceBase<Cacheable> {
   /// Type of the creator, or `void` without a living one.
   virtual const std::type_info& CreatorType() const;
 
-  /// Ties the data to the creator that holds them, and lists them with its cache if both are alive: as used just now, with
-  /// the bytes of this moment.
+  /// Ties the data to the creator that holds them, and lists them with its cache if both are alive: as used just now,
+  /// with the bytes of this moment.
   void setCreator(const WeakPtr<Creature, Creature>& creator);
   /// The creator; may be empty or dead.
   WeakPtr<Creature, Creature> getCreator() const;
@@ -70,7 +70,7 @@ class TRESK_EXPORT Cacheable : public ReferenceBase<Cacheable> {
   // Under the mutex of the caches.
   void tie(const WeakPtr<Creature, Creature>& creator, const Creature* living, Detail::CacheBooks* books,
            unsigned long long nBytes);
-  void list(const Creature* creator, Detail::CacheBooks& books, unsigned long long nBytes);
+  void list(const Creature* creator, bool isOthers, Detail::CacheBooks& books, unsigned long long nBytes);
   CacheHolding getHolding() const;
 
   std::string description_;

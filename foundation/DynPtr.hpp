@@ -139,8 +139,9 @@ class TRESK_OPEN_TEMPLATE DynPtrRoot {
   bool isValid() const noexcept {
     for (;;) {
       const Detail::PointerWord word = word_.load(std::memory_order_acquire);
+      if ((word & Detail::NoCast) != 0) return false;
       const ReferenceRecord* const record = Detail::recordOf(word);
-      if (record == nullptr || (word & Detail::NoCast) != 0) return false;
+      if (record == nullptr) return false;
       const bool isAlive = record->object.load(std::memory_order_acquire) != nullptr &&
                            record->strong.load(std::memory_order_acquire) >= 1;
       // The words just read may belong to a later life of the record, unless this pointer still holds it.
@@ -180,7 +181,7 @@ class TRESK_OPEN_TEMPLATE DynPtrRoot {
 
   /// A weak count of our own to the record that this pointer holds, which others may change meanwhile. Returns the
   /// word, or 0.
-  Detail::PointerWord acquireWeak() const noexcept {
+  TRESK_HOT Detail::PointerWord acquireWeak() const noexcept {
     for (;;) {
       const Detail::PointerWord word = word_.load(std::memory_order_acquire);
       ReferenceRecord* const record = Detail::recordOf(word);

@@ -19,3 +19,6 @@
 
 /// Kept out of the code of its callers: a path that is taken now and then beside one that is taken always.
 #define TRESK_COLD __attribute__((noinline, cold))
+/// Always part of the code of its callers: some instructions on a path that is taken always, where waiting for memory
+/// overlaps only as far as the processor looks ahead.
+#define TRESK_HOT __attribute__((always_inline))

@@ -2,6 +2,8 @@
 // Copyright (c) 2026 the Tresk authors
 #pragma once
 
+#include <tresk/foundation/Export.hpp>
+
 #include <atomic>
 #include <type_traits>
 
@@ -28,7 +30,7 @@ class alignas(CacheLineSize) PlainCounter {
   operator Integer() const noexcept { return get(); }
 
   /// Adds `amount` and returns the sum, which wraps around beyond the greatest number.
-  Integer add(Integer amount) noexcept {
+  TRESK_HOT Integer add(Integer amount) noexcept {
     using Unsigned = std::make_unsigned_t<Integer>;
     const Integer sum = static_cast<Integer>(static_cast<Unsigned>(get()) + static_cast<Unsigned>(amount));
     value_.store(sum, std::memory_order_relaxed);

@@ -109,9 +109,8 @@ void* const ReferenceBase<T>::defaultHook = [] {
 template <class T>
 ReferenceBase<T>::ReferenceBase(T* self) {
   if (self == nullptr) throw MemoryException();
-  self_.record = ReferenceRecord::allocate(self);
+  self_.record = ReferenceRecord::allocate(self, 2);  // the object's own reference and that of its self pointer
   self_.id = PointerID.add(1);
-  self_.record->raiseWeak();
   serialNumber_ = serialCounter.fetch_add(1);
 }
 
@@ -128,7 +127,7 @@ ReferenceBase<T>::~ReferenceBase() {
     record->object.store(nullptr);
     record->weak.fetch_sub(1);
   }
-  record->strong.exchange(ReferenceRecord::Destroyed);
+  if (record->strong.load() != ReferenceRecord::Destroyed) record->strong.exchange(ReferenceRecord::Destroyed);
   if (!record->lowerWeak()) {
     SpeakPtr::theSpeaker()->InvalidWeakPtr(typeid(void), typeid(T), typeid(DynPtr<T, T>), typeid(void),
                                            record->strong.load(), record->weak.load(), record, nullptr, self_.id);

@@ -202,14 +202,14 @@ void RecordPool::refill() {
 }
 #endif
 
-ReferenceRecord* ReferenceRecord::allocate(void* object) {
+ReferenceRecord* ReferenceRecord::allocate(void* object, std::int32_t nWeak) {
   ReferenceRecord* const record = RecordPool::instance().take();
   record->deferred.store(0, std::memory_order_relaxed);
   record->object.store(object, std::memory_order_relaxed);
   record->strong.store(1, std::memory_order_relaxed);
   // Last, and with release: from here on a reader that still knows the record's former life can raise `weak`, and
   // must then see the fields of this life.
-  record->weak.store(1, std::memory_order_release);
+  record->weak.store(nWeak, std::memory_order_release);
   return record;
 }
 

@@ -33,16 +33,16 @@ class TRESK_EXPORT ReferenceRecord {
   /// Value of `deferred` once a first strong pointer has been made.
   static constexpr std::uint8_t Claimed = 2;
 
-  /// A record for `object` with strong 1, weak 1 and deferred 0.
+  /// A record for `object` with strong 1, deferred 0 and `nWeak` weak references.
   /// Constant time without a lock, except for one allocation or one lock in some tens of calls. Throws
   /// `std::bad_alloc`.
-  static ReferenceRecord* allocate(void* object);
+  static ReferenceRecord* allocate(void* object, std::int32_t nWeak = 1);
 
   /// The number of records in use in the process. For tests: exact while no other thread makes or drops objects.
   static long long nLive();
 
   /// Adds one to `weak` if it is positive. The caller need not own a count.
-  bool raiseWeakIfPositive() noexcept {
+  TRESK_HOT bool raiseWeakIfPositive() noexcept {
     std::int32_t w = weak.load(std::memory_order_relaxed);
     while (w > 0)
       if (weak.compare_exchange_weak(w, w + 1)) return true;
@@ -53,7 +53,7 @@ class TRESK_EXPORT ReferenceRecord {
   void raiseWeak() noexcept { weak.fetch_add(1); }
 
   /// Adds one to `strong` if it is positive. The caller owns a weak count.
-  bool raiseStrongIfPositive() noexcept {
+  TRESK_HOT bool raiseStrongIfPositive() noexcept {
     std::int32_t s = strong.load(std::memory_order_relaxed);
     while (s > 0) {
       if (strong.compare_exchange_weak(s, s + 1)) {
@@ -66,7 +66,7 @@ class TRESK_EXPORT ReferenceRecord {
 
   /// Gives one weak count back; the last one returns the record to the pool. False if `weak` was below 1: the
   /// record is then left as it is, and the caller reports.
-  bool lowerWeak() noexcept {
+  TRESK_HOT bool lowerWeak() noexcept {
     std::int32_t w = weak.load(std::memory_order_relaxed);
     while (w >= 1) {
       if (weak.compare_exchange_weak(w, w - 1)) {

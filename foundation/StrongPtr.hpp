@@ -214,7 +214,7 @@ class TRESK_OPEN_TEMPLATE StrongPtr : public WeakPtr<T, B> {
 
   /// A reference of our own to what `source` holds, which others may change meanwhile.
   template <class U>
-  static Held acquire(const StrongPtr<U, B>& source) noexcept {
+  TRESK_HOT static Held acquire(const StrongPtr<U, B>& source) noexcept {
     for (;;) {
       const Detail::PointerWord word = source.acquireWeak();
       ReferenceRecord* const record = Detail::recordOf(word);

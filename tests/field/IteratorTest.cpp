@@ -252,4 +252,64 @@ TEST(ComponentReferenceTest, ReadsWritesAndComparesInPlace) {
   EXPECT_EQ(units[3], 7);
 }
 
+// ------------------------------------------------------------------------------------------------------- reductions
+
+using ReductionTest = TreskTest::RecordBalanceTest;
+
+TEST_F(ReductionTest, SumsAreThoseOfTheElementsForEachLengthAndStride) {
+  for (unsigned long long n = 0; n <= 40; ++n) {
+    for (const unsigned long long stride : {1ULL, 3ULL}) {
+      std::vector<double> elements(n * stride);
+      double expected = 1000;
+      for (unsigned long long e = 0; e < n * stride; ++e) elements[e] = e % stride == 0 ? static_cast<double>(e) : 1e9;
+      for (unsigned long long e = 0; e < n; ++e) expected += elements[e * stride];
+      CreativeIterator<double> walk = walkOver(elements);
+      walk.stride = stride;
+      EXPECT_EQ(walk.reduceElements(1000.0, [](double a, double b) { return a + b; }), expected)
+          << n << " by " << stride;
+    }
+  }
+}
+
+TEST_F(ReductionTest, OffsetAndTailAreLeftOut) {
+  std::vector<double> elements(20, 1.0);
+  elements[0] = elements[1] = elements[19] = 500;
+  CreativeIterator<double> walk = walkOver(elements);
+  walk.offset = 2;
+  walk.tail = 1;
+  EXPECT_EQ(walk.reduceElements(0.0, [](double a, double b) { return a + b; }), 17.0);
+}
+
+TEST_F(ReductionTest, TheOperationIsTheCallers) {
+  std::vector<int> elements{3, 1, 4, 1, 5, 9, 2, 6, 5, 3, 5};
+  const CreativeIterator<int> walk = walkOver(elements);
+  EXPECT_EQ(walk.reduceElements(0, [](int a, int b) { return a > b ? a : b; }), 9);
+  EXPECT_EQ(walk.reduceElements(100LL, [](long long a, long long b) { return a < b ? a : b; }), 1LL);
+}
+
+TEST_F(ReductionTest, AnEmptyWalkGivesTheStart) {
+  const CreativeIterator<double> walk;
+  EXPECT_EQ(walk.reduceElements(7.0, [](double, double) -> double { return 0; }), 7.0);
+}
+
+TEST_F(ReductionTest, SumsOfDoublesAreAlikeEachTimeAndCloserThanTheStrictOrder) {
+  std::vector<double> elements(1000, 0.1);
+  const CreativeIterator<double> walk = walkOver(elements);
+  const auto plus = [](double a, double b) { return a + b; };
+  const double sum = walk.reduceElements(0.0, plus);
+  EXPECT_EQ(walk.reduceElements(0.0, plus), sum);
+  EXPECT_NEAR(sum, 100.0, 1e-12);
+}
+
+TEST_F(ReductionTest, VectorsAreCombinedAsWholes) {
+  using Vector = FixedArray<double, 3>;
+  std::vector<Vector> elements;
+  for (int e = 0; e < 11; ++e) elements.push_back(Vector(e, 2.0 * e, 1.0));
+  const auto plus = [](const Vector& a, const Vector& b) { return Vector(a[0] + b[0], a[1] + b[1], a[2] + b[2]); };
+  const Vector sum = walkOver(elements).reduceElements(Vector(0.0, 0.0, 0.0), plus);
+  EXPECT_EQ(sum[0], 55.0);
+  EXPECT_EQ(sum[1], 110.0);
+  EXPECT_EQ(sum[2], 11.0);
+}
+
 }  // namespace
