@@ -19,7 +19,7 @@ class WalkHolder {
   /// The creator of a slot, held until the next call; empty if there is none.
   const CreatorPtr& holdPointer(const CreatorPtr& slot) {
     if (!held_.resetUnlessLast()) last_.push_back(std::move(held_));
-    held_ = slot;
+    held_.fill(slot);
     return held_;
   }
   /// The same as an object, or null.

@@ -33,8 +33,8 @@
 /// weigh any more, and are in flight until they die or the creator refuses. So at any moment
 ///     held <= limit + charges + leaving
 /// unless all that exceeds the limit was found to be held by callers, kept, or beyond anybody's power to bring back.
-/// What comes in while others are leaving may be excused by them. If they stay after all, whoever asked them looks at the
-/// limits again.
+/// What comes in while others are leaving may be excused by them. If they stay after all, whoever asked them looks at
+/// the limits again.
 
 namespace Ostrel::Detail {
 

@@ -143,13 +143,16 @@ class TRESK_OPEN_TEMPLATE StrongPtr : public WeakPtr<T, B> {
     while (s > 1) {
       if (!record->strong.compare_exchange_weak(s, s - 1)) continue;
       if (record->underUnction.load(std::memory_order_relaxed) != 0) record->noteOwnRaise(-1);
-      forget();
-      return true;
+      s = 0;
     }
     if (s == 1) return false;
-    forget();
+    this->word_.store(0, std::memory_order_relaxed);
+    Detail::lowerWeakOrReport<T, B>(record, this->id_);
     return true;
   }
+
+  /// Shares what `other` holds: an assignment at less cost, for an empty pointer that no other thread uses.
+  void fill(const StrongPtr& other) noexcept { put(acquire(other)); }
 
   /// `isValid()` at less cost, for a pointer that no other thread changes: whether it holds a unit of the strong count.
   /// A strong pointer without one either has the mark that it shows no `T`, or `T` is the counted class.
