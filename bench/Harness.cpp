@@ -107,7 +107,7 @@ int runAll(int argc, char** argv) {
       return compareResults(argv[i + 1], argv[i + 2]);
     else if (std::strcmp(argv[i], "--scale") == 0) {
       bindToCore();
-      printScale(i + 1 < argc ? std::strtoull(argv[i + 1], nullptr, 10) : 1000000);
+      printScale(i + 1 < argc ? std::strtoull(argv[i + 1], nullptr, 10) : 10000000);
       return 0;
     } else
       rest.push_back(argv[i]);

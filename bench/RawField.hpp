@@ -43,8 +43,7 @@ struct RawField : Tresk::CreatorContainer {
   void bind(const Tresk::CreatorPtr& creator, std::uint32_t number) {
     {
       const Tresk::SharedFragmentLock lock(mutex);
-      const auto place = std::lower_bound(keys.begin(), keys.end(), number);
-      if (place != keys.end() && *place == number) return;
+      if (!keys.empty() && number <= keys.back()) return;
     }
     {
       const Tresk::ExclusiveFragmentLock lock(mutex);
@@ -98,17 +97,17 @@ struct RawField : Tresk::CreatorContainer {
 
   /// Binds in any order: appends, sorts by number, and enters the field as an owner.
   void bindAll(const Tresk::fragment_copy_t& entries) {
-    std::vector<std::pair<std::uint32_t, std::uint32_t>> order;
+    std::vector<std::uint64_t> order;
     order.reserve(entries.size());
-    for (const auto& entry : entries) order.emplace_back(entry.first, static_cast<std::uint32_t>(order.size()));
+    for (const auto& entry : entries) order.push_back(std::uint64_t{entry.first} << 32U | order.size());
     std::sort(order.begin(), order.end());
     {
       const Tresk::ExclusiveFragmentLock lock(mutex);
       keys.reserve(entries.size());
       values.reserve(entries.size());
-      for (const auto& [number, place] : order) {
-        keys.push_back(number);
-        values.push_back(entries[place].second);
+      for (const std::uint64_t place : order) {
+        keys.push_back(static_cast<std::uint32_t>(place >> 32U));
+        values.push_back(entries[static_cast<std::uint32_t>(place)].second);
       }
     }
     age.touch();

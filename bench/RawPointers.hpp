@@ -11,7 +11,7 @@ namespace TreskBench {
 /// are plain heap objects.
 struct RawRecord {
   std::atomic<std::int32_t> strong{1};
-  std::atomic<std::int32_t> weak{1};
+  std::atomic<std::int32_t> weak{2};  ///< of the object and of its self pointer
   std::atomic<std::uint8_t> deferred{0};
   std::atomic<void*> object{nullptr};
 };
@@ -44,14 +44,12 @@ struct RawObject {
     record = new RawRecord;
     record->object.store(this, std::memory_order_relaxed);
     id = nextRawID();
-    record->weak.fetch_add(1);
     serial = serialCounter.fetch_add(1);
   }
   RawObject(const RawObject&) = delete;
   RawObject& operator=(const RawObject&) = delete;
   virtual ~RawObject() {
     if (record->strong.load() >= 0) record->strong.exchange(-333);
-    record->strong.exchange(-111);
     if (lower(record->weak) == 1) delete record;
   }
 

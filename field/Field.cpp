@@ -8,7 +8,6 @@
 
 #include <algorithm>
 #include <cstddef>
-#include <functional>
 #include <stdexcept>
 
 namespace Tresk {
@@ -151,10 +150,14 @@ bool Field::validate(unsigned int number) const {
 std::size_t Field::findPosition(unsigned int number) const {
   const std::vector<std::uint32_t>& keys = fragments_.keys;
   if (keys.empty() || number > keys.back()) return Absent;
-  // The keys rise strictly: if the last one is the number of those before it, there are no gaps.
+  // The keys rise strictly: if the last one is the number of those before it, there are no gaps, and none stands behind
+  // the position of its own number.
   if (keys.back() == keys.size() - 1) return number;
-  const auto place = std::lower_bound(keys.begin(), keys.end(), number);
-  return *place == number ? static_cast<std::size_t>(place - keys.begin()) : Absent;
+  const std::size_t last = std::min<std::size_t>(number, keys.size() - 1);
+  if (keys[last] == number) return last;
+  const auto end = keys.begin() + static_cast<std::ptrdiff_t>(last);
+  const auto place = std::lower_bound(keys.begin(), end, number);
+  return place != end && *place == number ? static_cast<std::size_t>(place - keys.begin()) : Absent;
 }
 
 CreatorPtr Field::findValue(unsigned int number) const {
@@ -177,27 +180,21 @@ std::size_t Field::insert(unsigned int number, const CreatorPtr& creator) {
   return static_cast<std::size_t>(position);
 }
 
-CreatorPtr& Field::store(unsigned int number, const CreatorPtr*& creator, CreatorPtr& copy) {
+CreatorPtr& Field::store(unsigned int number, const CreatorPtr& creator) {
   // The former creator dies here, after the lock: its end may ask this field.
   CreatorPtr replaced;
   {
     const SharedFragmentLock lock(mutex_);
-    const std::vector<CreatorPtr>& values = fragments_.values;
-    const std::less<const CreatorPtr*> isBefore;
-    if (!isBefore(creator, values.data()) && isBefore(creator, values.data() + values.size())) {
-      copy = *creator;
-      creator = &copy;
-    }
     const std::size_t position = findPosition(number);
     if (position != Absent) {
       // Under the shared lock the slot stays where it is; readers may copy it at this very moment.
       CreatorPtr& slot = fragments_.values[position];
-      replaced = slot.exchangeFor(*creator);
+      replaced = slot.exchangeFor(creator);
       return slot;
     }
   }
   const ExclusiveFragmentLock lock(mutex_);
-  return fragments_.values[insert(number, *creator)];
+  return fragments_.values[insert(number, creator)];
 }
 
 void Field::touchAndOwn(const CreatorPtr& creator) {
@@ -216,8 +213,9 @@ CreatorPtr Field::getCreator(const FragmentIDPtr& fragment) const {
   const SharedFragmentLock lock(mutex_);
   if (fragments_.keys.empty()) return CreatorPtr();
   if (fragment) {
-    if (fragment->getOwner().getRecord() != collection_.getRecord()) return CreatorPtr();
-    return findValue(findNumericalID(fragment));
+    const FragmentID& identity = *fragment;
+    if (identity.getOwner().getRecord() != collection_.getRecord()) return CreatorPtr();
+    return findValue(livingCollection() != nullptr ? identity.getNumericalID() : FragmentIDCollection::NoNumber);
   }
   if (fragments_.keys.size() > 1) return CreatorPtr();
   const FragmentIDCollection* const collection = livingCollection();
@@ -289,10 +287,11 @@ CreatorPtr& Field::getCreatorReferenceViaFragmentIndex(unsigned int number) {
 // --------------------------------------------------------------------------------------------------------- binding
 
 CreatorPtr& Field::setCreatorViaFragmentIndex(unsigned int number, const CreatorPtr& creator) {
-  const CreatorPtr* bound = &creator;
-  CreatorPtr copy;
-  CreatorPtr& slot = store(number, bound, copy);
-  touchAndOwn(*bound);
+  // A copy: `creator` may be a slot of this very table, which an insertion moves, or belong to the creator that is
+  // replaced.
+  const CreatorPtr bound = creator;
+  CreatorPtr& slot = store(number, bound);
+  touchAndOwn(bound);
   return slot;
 }
 
@@ -312,7 +311,8 @@ void Field::setCreatorsViaFragmentIndex(const fragment_copy_t& entries) {
     if (i + 1 == order.size() || order[i] >> 32U != order[i + 1] >> 32U) order[nDistinct++] = order[i];
   order.resize(nDistinct);
 
-  fragments_t former;  // dies after the lock: the ends of replaced creators may ask this field
+  std::vector<CreatorPtr> former;  // die after the lock: the ends of replaced creators may ask this field
+  former.reserve(nDistinct);
   {
     const ExclusiveFragmentLock lock(mutex_);
     merge(order, entries, former);
@@ -322,40 +322,51 @@ void Field::setCreatorsViaFragmentIndex(const fragment_copy_t& entries) {
     if (creator) enterAsOwner(creator, age);
 }
 
-void Field::merge(const std::vector<std::uint64_t>& order, const fragment_copy_t& entries, fragments_t& former) {
+void Field::merge(const std::vector<std::uint64_t>& order, const fragment_copy_t& entries,
+                  std::vector<CreatorPtr>& former) {
   const auto numberOf = [](std::uint64_t place) { return static_cast<std::uint32_t>(place >> 32U); };
   const auto creatorOf = [&entries](std::uint64_t place) -> const CreatorPtr& {
     return entries[static_cast<std::uint32_t>(place)].second;
   };
-  if (!fragments_.keys.empty() && fragments_.keys.back() >= numberOf(order.front())) {
-    // Into a table of its own, which takes the place of the present one when nothing can fail any more.
-    fragments_t merged;
-    merged.keys.reserve(fragments_.keys.size() + order.size());
-    merged.values.reserve(fragments_.keys.size() + order.size());
-    std::size_t present = 0;
+  std::vector<std::uint32_t>& keys = fragments_.keys;
+  std::vector<CreatorPtr>& values = fragments_.values;
+  const std::size_t nFormer = keys.size();
+  std::size_t nNew = 0;
+  std::size_t present = 0;
+  for (const std::uint64_t place : order) {
+    while (present < nFormer && keys[present] < numberOf(place)) ++present;
+    if (present == nFormer || keys[present] != numberOf(place)) ++nNew;
+  }
+  // Both vectors get their room before either changes. From here on nothing fails.
+  const std::size_t nAll = nFormer + nNew;
+  if (nAll > keys.capacity()) keys.reserve(std::max(nAll, 2 * nFormer));
+  if (nAll > values.capacity()) values.reserve(std::max(nAll, 2 * nFormer));
+  if (nFormer == 0 || keys.back() < numberOf(order.front())) {
     for (const std::uint64_t place : order) {
-      for (; present < fragments_.keys.size() && fragments_.keys[present] < numberOf(place); ++present) {
-        merged.keys.push_back(fragments_.keys[present]);
-        merged.values.push_back(std::move(fragments_.values[present]));
-      }
-      if (present < fragments_.keys.size() && fragments_.keys[present] == numberOf(place)) ++present;
-      merged.keys.push_back(numberOf(place));
-      merged.values.push_back(creatorOf(place));
+      keys.push_back(numberOf(place));
+      values.push_back(creatorOf(place));
     }
-    for (; present < fragments_.keys.size(); ++present) {
-      merged.keys.push_back(fragments_.keys[present]);
-      merged.values.push_back(std::move(fragments_.values[present]));
-    }
-    former = std::exchange(fragments_, std::move(merged));
     return;
   }
-  // All behind the last key.
-  const std::size_t nAll = fragments_.keys.size() + order.size();
-  if (fragments_.keys.capacity() < nAll) fragments_.keys.reserve(nAll);
-  if (fragments_.values.capacity() < nAll) fragments_.values.reserve(nAll);
-  for (const std::uint64_t place : order) {
-    fragments_.keys.push_back(numberOf(place));
-    fragments_.values.push_back(creatorOf(place));
+  // From the end on each entry moves once, by as many places as there are new ones before it.
+  keys.resize(nAll);
+  values.resize(nAll);
+  std::size_t next = nFormer;  // behind the one that is to move next
+  for (std::size_t i = order.size(), nLeft = nNew; i-- > 0;) {
+    const std::uint32_t number = numberOf(order[i]);
+    for (; next > 0 && keys[next - 1] > number; --next) {
+      if (nLeft == 0) continue;
+      keys[next - 1 + nLeft] = keys[next - 1];
+      values[next - 1 + nLeft] = std::move(values[next - 1]);
+    }
+    if (next > 0 && keys[next - 1] == number) {
+      // Stays in its slot as long as none moves; readers without a lock may copy it at this very moment.
+      former.push_back(values[next - 1].exchangeFor(creatorOf(order[i])));
+      continue;
+    }
+    --nLeft;
+    keys[next + nLeft] = number;
+    values[next + nLeft] = creatorOf(order[i]);
   }
 }
 

@@ -39,7 +39,7 @@ using CreatorWithFragment = std::pair<CreatorPtr, FragmentIDPtr>;
 ///
 /// Lifetime: counted. Holds its creators and its collection strongly; creators know the field weakly. A creator that is
 /// replaced is not told: its owner set keeps a weak entry for the field.
-/// Threads: lookups, walks and bindings may run at once. The fragment mutex is held shared by readers, also while
+/// Threads: lookups, walks and bindings may run at once, once the field has a collection. The fragment mutex is held shared by readers, also while
 /// creators are asked for size or type and while `clear` lets them release; exclusively only to insert a key or to
 /// empty the table. Creators and savers may read the field then, and must not bind or clear. The collection is not
 /// guarded by it.
@@ -158,7 +158,7 @@ class TRESK_EXPORT Field : public CreatorContainer,
   CreatorPtr& setCreatorViaFragmentIndex(unsigned int number, const CreatorPtr& creator);
   /// Binds many creators at once, as `setCreatorViaFragmentIndex` would one after the other: of entries with the same
   /// number the last one holds. The fragments come in any order: they are sorted, and the table is moved once, which
-  /// takes n log n for n entries beside one pass over the table. Other threads see all of them or none.
+  /// takes n log n for n entries beside one pass over the table. References to slots hold if all numbers were known.
   /// Throws `std::length_error` for more than 4294967295 entries; the table survives that and a lack of memory.
   void setCreatorsViaFragmentIndex(const fragment_copy_t& entries);
   /// Makes a creator for data, which must stand on the list of a cache, and binds it. Null otherwise, for null data
@@ -270,12 +270,11 @@ class TRESK_EXPORT Field : public CreatorContainer,
   /// Position of a key that is inserted with `creator` unless it is there.
   std::size_t insert(unsigned int number, const CreatorPtr& creator) TRESK_REQUIRES(mutex_);
 
-  /// Stores a creator under a number; the slot. If `creator` is a slot of this very table, which an insertion moves, it
-  /// becomes the address of `copy`.
-  CreatorPtr& store(unsigned int number, const CreatorPtr*& creator, CreatorPtr& copy) TRESK_EXCLUDES(mutex_);
+  /// Stores a creator under a number; the slot.
+  CreatorPtr& store(unsigned int number, const CreatorPtr& creator) TRESK_EXCLUDES(mutex_);
   /// Puts entries in the table, which stand in `order` by rising numbers (the upper half) as their places in `entries`
-  /// (the lower half). What they replace goes to `former`.
-  void merge(const std::vector<std::uint64_t>& order, const fragment_copy_t& entries, fragments_t& former)
+  /// (the lower half). What they replace goes to `former`, which has room for as many.
+  void merge(const std::vector<std::uint64_t>& order, const fragment_copy_t& entries, std::vector<CreatorPtr>& former)
       TRESK_REQUIRES(mutex_);
   /// Marks the field as changed and enters it as an owner of the creator.
   void touchAndOwn(const CreatorPtr& creator);

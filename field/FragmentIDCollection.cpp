@@ -66,7 +66,7 @@ void FragmentIDCollection::reserve(unsigned long long nFragments) {
   if (nFragments > std::min<unsigned long long>(identifiers_->vector().max_size(), index_.max_size()))
     throw std::length_error("FragmentIDCollection::reserve: no room for " + std::to_string(nFragments) + " fragments");
   if (nFragments > identifiers_->vector().capacity()) growSlots(nFragments);
-  if (nFragments > index_.size()) index_.reserve(nFragments);
+  if (nFragments > index_.bucket_count()) index_.reserve(nFragments);  // it would take room back as well
 }
 
 FragmentIDPtr& FragmentIDCollection::append(unsigned int number, const std::string& name, FragmentIDPtr fragment) {

@@ -317,7 +317,16 @@ void CacheBooks::unlist(Cacheable& data) noexcept {
   entry.isLeaving = entry.isParked = entry.isForsaken = false;
 }
 
-void CacheBooks::dismiss(Cacheable& data) noexcept {
+void CacheBooks::takeOff(Cacheable& data, ThreadBooks* thread) noexcept {
+  const CacheEntry& entry = CacheAccess::entryOf(data);
+  if (entry.isLeaving) {
+    entry.books->forEachAbove([](CacheBooks& books) { ++books.counts.nEvicted; });
+    if (thread != nullptr) thread->takenOff = data.getSerialNumber();
+  }
+  unlist(data);
+}
+
+void CacheBooks::bury(Cacheable& data) noexcept {
   const CacheEntry& entry = CacheAccess::entryOf(data);
   if (entry.isLeaving) {
     entry.books->forEachAbove([&](CacheBooks& books) {

@@ -118,6 +118,7 @@ struct ThreadBooks {
   bool isAsking = false;   ///< a cache asks a creator on this thread
   bool isAwaited = false;  ///< others wait for this thread, perhaps with locks in hand
   bool isSettling = false;
+  long long takenOff = 0;  ///< serial number of the data that were taken off a list last while they were asked for
   UseBatch uses;
   CacheCharge* charges = nullptr;
   CacheCharge* spare = nullptr;  ///< made outside the mutex for the next cache
@@ -146,8 +147,10 @@ class CacheBooks {
       TRESK_REQUIRES(cacheMutex);
   /// Takes data off their list, if they stand on one.
   static void unlist(Cacheable& data) noexcept TRESK_REQUIRES(cacheMutex);
-  /// The same for data that leave for good, which are evicted if they were being asked for.
-  static void dismiss(Cacheable& data) noexcept TRESK_REQUIRES(cacheMutex);
+  /// The same for data that die, which are evicted if they were being asked for.
+  static void bury(Cacheable& data) noexcept TRESK_REQUIRES(cacheMutex);
+  /// The same for data that lose their creator: the answer, if they were being asked for, though they may live on.
+  static void takeOff(Cacheable& data, ThreadBooks* thread) noexcept TRESK_REQUIRES(cacheMutex);
   /// Moves listed data to the end of the order.
   void moveToEnd(CacheEntry& entry) noexcept TRESK_REQUIRES(cacheMutex);
   /// Does not ask for these data again until they are used, set again, or asked for explicitly.

@@ -357,7 +357,16 @@ class Pass {
   /// Books the answer of the creator that was asked last. Data that have died were booked by their end.
   void book() TRESK_REQUIRES(cacheMutex) {
     hasAnswer_ = false;
-    if (isGone()) return;
+    if (isGone()) {
+      // Data that were taken off the list first did not find their cache when they died.
+      if (thread_ != nullptr && thread_->takenOff == serialNumber_ && charge_.books != nullptr) {
+        charge_.books->forEachAbove([&](CacheBooks& b) {
+          b.counts.nBytesGivenBack += nBytes_;
+          b.nUnreturned += nBytes_;
+        });
+      }
+      return;
+    }
     auto* const data = static_cast<Cacheable*>(record_->object.load());
     if (data == nullptr) return;  // about to be booked by their end
     CacheEntry& entry = CacheAccess::entryOf(*data);

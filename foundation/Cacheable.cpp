@@ -33,7 +33,7 @@ void Cacheable::tie(const WeakPtr<Creature, Creature>& creator, const Creature* 
   const bool isOthers = !creator_.sameRecord(creator);
   if (isOthers) creator_ = creator;
   if (books == nullptr)
-    Detail::CacheBooks::dismiss(*this);
+    Detail::CacheBooks::takeOff(*this, Detail::threadBooks);
   else
     list(living, isOthers, *books, nBytes);
 }
@@ -96,7 +96,7 @@ void Cacheable::PreDestructor() noexcept {
   const LeafLock lock(cacheMutex);
   // Those uses are of data that their record does not show any more.
   if (Detail::threadBooks != nullptr && !Detail::threadBooks->uses.isEmpty()) Detail::threadBooks->handIn(this);
-  Detail::CacheBooks::dismiss(*this);
+  Detail::CacheBooks::bury(*this);
   getRecord()->tag.store(0, std::memory_order_relaxed);
 }
 

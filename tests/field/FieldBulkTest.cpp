@@ -150,6 +150,64 @@ TEST_F(FieldBulkTest, AReplacedCreatorDiesWithoutTheLockOfTheField) {
   EXPECT_EQ(nSeen, 2U);
 }
 
+TEST_F(FieldBulkTest, MergingAgreesWithBindingOneByOneWhateverIsThere) {
+  std::mt19937 random(3);
+  for (int round = 0; round < 50; ++round) {
+    const FieldPtr bulk = makeField();
+    const FieldPtr single = makeField();
+    for (int batch = 0; batch < 4; ++batch) {
+      fragment_copy_t entries;
+      for (auto n = random() % 12; n > 0; --n)
+        entries.emplace_back(static_cast<std::uint32_t>(random() % 30), makeCreator());
+      bulk->setCreatorsViaFragmentIndex(entries);
+      for (const auto& [number, creator] : entries) single->setCreatorViaFragmentIndex(number, creator);
+      ASSERT_EQ(bulk->nFragments(), single->nFragments());
+      for (unsigned int n = 0; n < 32; ++n)
+        ASSERT_EQ(bulk->getCreatorByNumericalID(n), single->getCreatorByNumericalID(n)) << n << " in round " << round;
+    }
+  }
+}
+
+TEST_F(FieldBulkTest, SlotsStayWhereTheyAreIfAllNumbersWereKnown) {
+  const FieldPtr field = makeField();
+  field->setCreatorsViaFragmentIndex({{0, makeCreator()}, {4, makeCreator()}});
+  const CreatorPtr& slot = field->getCreatorReferenceViaFragmentIndex(4);
+  const CreatorPtr replacement = makeCreator();
+  field->setCreatorsViaFragmentIndex({{4, replacement}, {0, makeCreator()}});
+  EXPECT_EQ(&field->getCreatorReferenceViaFragmentIndex(4), &slot);
+  EXPECT_EQ(slot, replacement);
+}
+
+TEST_F(FieldBulkTest, ReservedRoomIsUsed) {
+  const FieldPtr field = makeField();
+  field->reserve_fragments(100);
+  field->setCreatorViaFragmentIndex(10, makeCreator());
+  const CreatorPtr* const first = &field->getCreatorReferenceViaFragmentIndex(10);
+  field->setCreatorsViaFragmentIndex({{30, makeCreator()}, {20, makeCreator()}});
+  field->setCreatorsViaFragmentIndex({{25, makeCreator()}, {40, makeCreator()}});
+  EXPECT_EQ(&field->getCreatorReferenceViaFragmentIndex(10), first);
+  field->setCreatorsViaFragmentIndex({{5, makeCreator()}});
+  EXPECT_EQ(&field->getCreatorReferenceViaFragmentIndex(5), first) << "the others have moved by one";
+}
+
+/// A creator that holds another one.
+class Wrapper : public Tresk::FunctionalCreator {
+ public:
+  explicit Wrapper(const CreatorPtr& wrapped)
+      : FunctionalCreator(nullptr, false, Tresk::CacheWeakPtr()), inner(wrapped) {}
+  const CreatorPtr inner;
+};
+
+TEST_F(FieldBulkTest, ACreatorMayTakeThePlaceOfTheOneThatHoldsIt) {
+  const FieldPtr field = makeField();
+  const CreatorPtr plain = makeCreator();
+  auto* const wrapper = new Wrapper(plain);
+  field->setCreatorViaFragmentIndex(0, CreatorPtr(wrapper));
+  field->setCreatorViaFragmentIndex(0, wrapper->inner);
+  EXPECT_EQ(field->getCreatorByNumericalID(0), plain);
+  EXPECT_TRUE(plain->isOwnedBy(field->getSelf()));
+}
+
 /// The same answers as a map, for tables with and without gaps.
 TEST_F(FieldBulkTest, LookupsAgreeWithAMapWhateverGapsThereAre) {
   std::mt19937 random(11);
@@ -182,7 +240,7 @@ TEST_F(FieldBulkTest, FragmentsAreAddedWithoutMovingOnceThereIsRoom) {
   EXPECT_EQ(collection->nFragmentIDs(), 100U);
 }
 
-TEST_F(FieldBulkTest, RoomForLessChangesNothing) {
+TEST_F(FieldBulkTest, RoomForLessTakesNoneBack) {
   const FieldPtr field = makeField();
   const auto collection = field->getFragmentIDCollection();
   const FragmentIDPtr* const first = &collection->makeFragmentID("a");

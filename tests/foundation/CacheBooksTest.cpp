@@ -532,6 +532,24 @@ TEST_F(CacheBooksTest, ReleaseThatTakesItsDataOffTheListCountsAsAnEviction) {
   EXPECT_EQ(counts.nHeldBytes, 0U);
 }
 
+TEST_F(CacheBooksTest, DataThatLiveOnWithoutACreatorAreNoBytesGivenBack) {
+  class Dismissing : public ForgetfulCreator {
+   public:
+    using ForgetfulCreator::ForgetfulCreator;
+    ReasonForReleasal release() override {
+      if (const DataPtr taken = takeData()) taken->setCreator({});
+      return Released;
+    }
+  };
+  const CreatorPtr<Dismissing> creator = withProducer(CreatorPtr<Dismissing>(new Dismissing(cache)));
+  const DataPtr held = creator->create(false);
+  EXPECT_EQ(cache->trim(1), 0U);
+  const CacheStatistics counts = cache->getStatistics();
+  EXPECT_EQ(counts.nAsked, 1U);
+  EXPECT_EQ(counts.nEvicted, 1U);
+  EXPECT_EQ(counts.nBytesGivenBack, 0U);
+}
+
 TEST_F(CacheBooksTest, ProductionOfDataThatCannotTellTheirSizeCountsAsAFailure) {
   class Immeasurable : public CountingData {
    public:
