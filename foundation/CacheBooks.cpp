@@ -151,7 +151,7 @@ CacheCharge* ThreadBooks::chargeIn(CacheBooks& books) noexcept {
   return unused;
 }
 
-void ThreadBooks::settle() noexcept {
+void ThreadBooks::settle(std::exception_ptr* thrown) noexcept {
   if (isSettling) return;
   isSettling = true;
   // What releases and listeners bring in is let go in the next round. Some that never come to rest are left to the next
@@ -162,7 +162,7 @@ void ThreadBooks::settle() noexcept {
     for (CacheCharge* charge = charges; charge != nullptr; charge = charge->next) {
       const bool hasWork = charge->isPostponed ? mayCallOut() : charge->nBytes != 0;
       if (!hasWork && !charge->isDue) continue;
-      runPass(*charge, PassGoal());
+      runPass(*charge, {.thrown = thrown});
       isSettled = false;
     }
     if (pending.empty()) continue;

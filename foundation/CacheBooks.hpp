@@ -12,6 +12,7 @@
 
 #include <array>
 #include <atomic>
+#include <exception>
 #include <memory>
 #include <vector>
 
@@ -103,8 +104,9 @@ struct ThreadBooks {
   void prepare() noexcept;
   /// The charge of this thread in a cache; null without memory.
   CacheCharge* chargeIn(CacheBooks& books) noexcept TRESK_REQUIRES(cacheMutex);
-  /// Ends the outermost operation, or the outermost walk.
-  void settle() noexcept;
+  /// Ends the outermost operation, or the outermost walk. The first exception of a creator goes to `thrown`, if it is
+  /// given and empty.
+  void settle(std::exception_ptr* thrown = nullptr) noexcept;
   /// Tells the listeners what has happened. Nothing of ours is locked.
   void tellListeners() noexcept;
   /// Notes an event for the listeners of a cache and its parents.
@@ -222,9 +224,10 @@ extern std::atomic<int> nListeningCaches;
 
 /// What a pass over a cache is for.
 struct PassGoal {
-  unsigned long long nWanted = 0;  ///< bytes to be given back; 0: until the limits hold
-  bool isExplicit = false;         ///< asked for by the program: parked data are asked too, and exceptions pass
-  bool wakesKeeper = true;         ///< if the limits cannot be brought to hold
+  unsigned long long nWanted = 0;        ///< bytes to be given back; 0: until the limits hold
+  bool isExplicit = false;               ///< asked for by the program: parked data are asked too, and exceptions pass
+  bool wakesKeeper = true;               ///< if the limits cannot be brought to hold
+  std::exception_ptr* thrown = nullptr;  ///< takes the first exception of a creator; may be null
 };
 /// What it came to.
 struct PassResult {

@@ -340,6 +340,7 @@ class Pass {
         if (isHeldByCreator_) answer_ = (*creator_)->release();
       } catch (...) {
         thrown_ = std::current_exception();
+        if (goal_.thrown != nullptr && !*goal_.thrown) *goal_.thrown = thrown_;
         try {
           if (thread_ != nullptr && thread_->pending.capacity() != 0)
             thrownText_ = std::make_shared<const std::string>(textOf(thrown_));
@@ -438,7 +439,7 @@ class Pass {
     if (nReturned_ != 0) malloc_trim(0);
 #endif
     // What releases and listeners have brought in.
-    if (thread_ != nullptr && thread_->nOperations == 0) thread_->settle();
+    if (thread_ != nullptr && thread_->nOperations == 0) thread_->settle(goal_.isExplicit ? &thrown_ : nullptr);
     if (goal_.isExplicit && thrown_) std::rethrow_exception(thrown_);
   }
 
