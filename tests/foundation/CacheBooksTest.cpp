@@ -513,15 +513,17 @@ TEST_F(CacheBooksTest, DescriptionNamesAProductionThatRuns) {
 
 // ------------------------------------------------------------------------------------------------------------- numbers
 
+/// Its release takes the data off the list, before they die or live on elsewhere.
+class Dismissing : public ForgetfulCreator {
+ public:
+  using ForgetfulCreator::ForgetfulCreator;
+  ReasonForReleasal release() override {
+    if (const DataPtr taken = takeData()) taken->setCreator({});
+    return Released;
+  }
+};
+
 TEST_F(CacheBooksTest, ReleaseThatTakesItsDataOffTheListCountsAsAnEviction) {
-  class Dismissing : public ForgetfulCreator {
-   public:
-    using ForgetfulCreator::ForgetfulCreator;
-    ReasonForReleasal release() override {
-      if (const DataPtr taken = takeData()) taken->setCreator({});
-      return Released;
-    }
-  };
   const CreatorPtr<Dismissing> creator = withProducer(CreatorPtr<Dismissing>(new Dismissing(cache)));
   creator->create(false);
   EXPECT_EQ(cache->trim(1), 100U);
@@ -533,14 +535,6 @@ TEST_F(CacheBooksTest, ReleaseThatTakesItsDataOffTheListCountsAsAnEviction) {
 }
 
 TEST_F(CacheBooksTest, DataThatLiveOnWithoutACreatorAreNoBytesGivenBack) {
-  class Dismissing : public ForgetfulCreator {
-   public:
-    using ForgetfulCreator::ForgetfulCreator;
-    ReasonForReleasal release() override {
-      if (const DataPtr taken = takeData()) taken->setCreator({});
-      return Released;
-    }
-  };
   const CreatorPtr<Dismissing> creator = withProducer(CreatorPtr<Dismissing>(new Dismissing(cache)));
   const DataPtr held = creator->create(false);
   EXPECT_EQ(cache->trim(1), 0U);
