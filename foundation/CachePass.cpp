@@ -386,7 +386,7 @@ class Pass {
     seeToOthers(*entry.books);
     // They may have got another creator meanwhile, who has not been asked.
     const Creature* const creator = CacheAccess::livingCreatorOf(CacheAccess::creatorOf(*data));
-    const bool isOthers = creator == nullptr || creator->getSerialNumber() != askedSerialNumber_;
+    const bool isOthers = creator != nullptr && creator->getSerialNumber() != askedSerialNumber_;
     if (isOthers) entry.refusedBy = 0;
     if (!isHeldByCreator_ && !thrown_) {
       // The creator would let go other data. It was not asked.
