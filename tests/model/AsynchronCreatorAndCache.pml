@@ -3,8 +3,14 @@
 
 /* Asynchronous creators with their threads, the cache, two users, and a thread of the cache.
  *
- * Stands for: AsynchronCreator with request, produce, release, createData and its destructor, CreatorBase::create, and
- * what Cache.pml has (AsynchronCreator.cpp, Creator.hpp, Cache.cpp, Cacheable.cpp).
+ * What stands for what, beside Cache.pml
+ *   Release, ForgetIfSole     AsynchronCreator::release, asked by a pass
+ *   ReleaseDirectly           the same, called by a user
+ *   BeginEndOfCreator         AsynchronCreator::~AsynchronCreator, ThreadReaper
+ *   Produce                   AsynchronCreator::produce
+ *   Create                    CreatorBase::create
+ *   Request                   AsynchronCreator::request
+ *   Work                      AsynchronCreator::createData on its thread; CreationMutex::announce
  *
  * There are NCREATORS creators, and NWORK threads for the requests that get through; later ones are turned down. The
  * function of a thread yields data or nothing. Each of the two users holds all creators, makes NOPS choices among

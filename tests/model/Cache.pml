@@ -8,6 +8,14 @@
  * BeginEndOfCreator(c), which is what its destructor does before the data go.
  *
  * What stands for what
+ *   CopySlot, DropData        StrongPtr::acquire and drop (step by step in DataSlot.pml and CountedPointers.pml)
+ *   DropCreator               StrongPtr::drop of a creator, ~CreatorBase
+ *   PreDestructor             Cacheable::PreDestructor, CacheBooks::bury
+ *   SetCreator                Cacheable::setCreator, CacheBooks::list
+ *   Note, HandIn              UseBatch::note, ThreadBooks::handIn
+ *   Settle                    ThreadBooks::settle with the passes of CachePass.cpp, at the end of a CacheOperation
+ *   GiveChargeBack            CacheBooks::settleCharge
+ *   Enter, Leave              CacheBooks::moveToEnd, unlist: the ring of CacheEntry
  *   record            a reference record. It is used again at once, lowest number first, so that a number that somebody
  *                     has kept leads to other data as often as possible.
  *   tag               Tags are serial numbers and never repeat, so all that counts of a remembered tag is whether it is

@@ -3,9 +3,12 @@
 
 /* Two functional creators, the cache, two users, and a thread of the cache.
  *
- * Stands for: CreatorBase::create, FunctionalCreatorBase::produce, AlzheimerCreator::release, Cacheable::setCreator
- * and PreDestructor, the batches of uses, the pass of Cache, and the end of a creator (Cache.cpp, Cacheable.cpp,
- * Creator.hpp, FunctionalCreator.cpp). With UNSERIALISED there is no creation mutex, as in OnDemandCreator: two threads
+ * What stands for what, beside Cache.pml
+ *   Release                   AlzheimerCreator::release, StrongPtr::forgetIfSole
+ *   Produce                   FunctionalCreatorBase::produce
+ *   Create                    CreatorBase::create
+ *
+ * With UNSERIALISED there is no creation mutex, as in OnDemandCreator: two threads
  * may produce at once, the last data stay in the creator, and the others live as long as their user wants.
  *
  * Each user holds both creators, makes NOPS choices among the use of a creator and dropping it, keeps at most one of
