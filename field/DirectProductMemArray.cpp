@@ -192,12 +192,12 @@ T toElement(const Quorvel::FixedArray<double, N>& tuple) {
 
 template <class T, class Kind, int N>
 DirectProductMemArray<T, Kind, N>::DirectProductMemArray(const CreatorWeakPtr& creator)
-    : MemBase(Detail::indexOfType<T>(), creator) {}
+    : MemBase(TreskType<T>::index(), creator) {}
 
 template <class T, class Kind, int N>
 DirectProductMemArray<T, Kind, N>::DirectProductMemArray(const DirectProductMemArray& other,
                                                          const CreatorWeakPtr& creator)
-    : MemBase(Detail::indexOfType<T>(), creator), Base(other) {}
+    : MemBase(TreskType<T>::index(), creator), Base(other) {}
 
 template <class T, class Kind, int N>
 T DirectProductMemArray<T, Kind, N>::first() const {
@@ -271,7 +271,7 @@ MemBasePtr DirectProductMemArray<T, Kind, N>::copy(const CreatorWeakPtr& creator
 template <class T, class Delta, int N>
 LinearDirectProductMemArray<T, Delta, N>::LinearDirectProductMemArray(const MultiIndex<N>& size, const T& origin,
                                                                       const Delta& delta, const CreatorWeakPtr& creator)
-    : MemBase(Detail::indexOfType<T>(), creator),
+    : MemBase(TreskType<T>::index(), creator),
       DirectProductMemArray<T, LinearCoordinateAxisArray, N>(creator),
       origin_(origin),
       delta_(delta) {
@@ -284,8 +284,7 @@ LinearDirectProductMemArray<T, Delta, N>::LinearDirectProductMemArray(const Mult
 template <class T, class Delta, int N>
 LinearDirectProductMemArray<T, Delta, N>::LinearDirectProductMemArray(const LinearDirectProductMemArray& other,
                                                                       const CreatorWeakPtr& creator)
-    : MemBase(Detail::indexOfType<T>(), creator),
-      DirectProductMemArray<T, LinearCoordinateAxisArray, N>(other, creator) {}
+    : MemBase(TreskType<T>::index(), creator), DirectProductMemArray<T, LinearCoordinateAxisArray, N>(other, creator) {}
 
 template <class T, class Delta, int N>
 const double* LinearDirectProductMemArray<T, Delta, N>::getOrigin() const {

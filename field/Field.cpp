@@ -81,13 +81,13 @@ bool Field::processOwnership(Ostrel::Intercube& question, const Ostrel::Intercub
 FragmentIDCollectionPtr Field::getFragmentIDCollection() const { return collection_; }
 
 const CreatorPtr& Field::CreativeArrayNullPtr() {
-  static const CreatorPtr null;
-  return null;
+  static const CreatorPtr* const null = new CreatorPtr;
+  return *null;
 }
 
 const FieldPtr& Field::NullPtrField() {
-  static const FieldPtr null;
-  return null;
+  static const FieldPtr* const null = new FieldPtr;
+  return *null;
 }
 
 // ------------------------------------------------------------------------------------------------------- fragments

@@ -32,12 +32,6 @@ unsigned long long allocationSize(const MultiIndex<N>& size) noexcept {
   return hasOverflow ? std::numeric_limits<unsigned long long>::max() : product;
 }
 
-/// The index of the element type `T`; its record is held only while the copy is made.
-template <class T>
-TreskTypeIndex indexOfType() {
-  return *getTreskType<T>();
-}
-
 /// What an array without memory answers for an element: zeros, or an empty pointer.
 template <class T>
 T emptyElement() {
@@ -187,21 +181,21 @@ const bool MemArray<N, T>::isRegistered = (Detail::registerElementType<T>(), tru
 
 template <int N, class T>
 MemArray<N, T>::MemArray(const MultiIndex<N>& size, const CreatorWeakPtr& creator)
-    : MemBase(Detail::indexOfType<T>(), creator),
+    : MemBase(TreskType<T>::index(), creator),
       ReferencingMemArray<N, T>(ChunkPtr(new Ostrel::Chunk<T>(Detail::allocationSize(size))), size) {
   if (isRegistered) MemBase::RegisteredTypes.add(1);
 }
 
 template <int N, class T>
 MemArray<N, T>::MemArray(const ChunkPtr& storage, const MultiIndex<N>& size, const CreatorWeakPtr& creator)
-    : MemBase(Detail::indexOfType<T>(), creator), ReferencingMemArray<N, T>(storage, size) {
+    : MemBase(TreskType<T>::index(), creator), ReferencingMemArray<N, T>(storage, size) {
   if (isRegistered) MemBase::RegisteredTypes.add(1);
 }
 
 template <int N, class T>
 MemArray<N, T>::MemArray(const WalkParameters<Unit>& walk, const MultiIndex<N>& size, const ChunkPtr& storage,
                          const CreatorWeakPtr& creator)
-    : MemBase(Detail::indexOfType<T>(), creator), ReferencingMemArray<N, T>(walk, size, storage) {
+    : MemBase(TreskType<T>::index(), creator), ReferencingMemArray<N, T>(walk, size, storage) {
   if (isRegistered) MemBase::RegisteredTypes.add(1);
 }
 

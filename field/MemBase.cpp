@@ -12,9 +12,18 @@ namespace {
 
 using AllocatorRegistry = std::map<TreskTypeIndex, MemBase::AllocatorPtr>;
 
+/// Lets the allocators go at exit. The entries stay for threads that still look for one, and find none.
+struct AllocatorRelease {
+  AllocatorRegistry& registry;
+  ~AllocatorRelease() {
+    for (auto& [index, allocator] : registry) allocator.reset();
+  }
+};
+
 AllocatorRegistry& theRegistry() {
-  static AllocatorRegistry registry;
-  return registry;
+  static AllocatorRegistry* const registry = new AllocatorRegistry;
+  static const AllocatorRelease atExit{*registry};
+  return *registry;
 }
 
 }  // namespace

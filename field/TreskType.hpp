@@ -21,7 +21,7 @@ class TRESK_OPEN_TEMPLATE TreskType : public TreskTypeBase {
  public:
   using Traits = ElementTraits<T>;
 
-  TreskType() : TreskTypeBase(makeIndex()) { remember(); }
+  TreskType() : TreskTypeBase(index()) { remember(); }
   ~TreskType() override = default;
 
   const std::type_info& getType() const override { return typeid(T); }
@@ -35,6 +35,12 @@ class TRESK_OPEN_TEMPLATE TreskType : public TreskTypeBase {
   const std::type_info& getChartType() const override { return typeid(typename Traits::ChartType); }
   int indexKind(unsigned int) const override { return Traits::indexKind; }
   int indexExtra(unsigned int) const override { return 0; }
+
+  /// The properties of `T`. They stay when the records have ended at the end of the process.
+  static const TreskTypeIndex& index() {
+    static const TreskTypeIndex* const made = new TreskTypeIndex(makeIndex());
+    return *made;
+  }
 
  private:
   static TreskTypeIndex makeIndex() {
@@ -52,8 +58,8 @@ class TRESK_OPEN_TEMPLATE TreskType : public TreskTypeBase {
 
 template <class T>
 TreskTypePtr getTreskType() {
-  static Ostrel::Auto<TreskType<T>> record;
-  return TreskTypePtr(&record);
+  static Ostrel::StaticAuto<TreskType<T>> record;
+  return TreskTypePtr(record.get());
 }
 
 #define TRESK_DECLARE_RECORD(...)                            \

@@ -17,10 +17,10 @@ namespace {
 
 using TypeRegistry = std::multimap<TreskTypeIndex, TreskTypeWeakPtr>;
 
-/// Made by the first record that enters, before that record is complete, and so destroyed after all of them.
+/// Outlives all records, and threads that look for one while the process ends.
 TypeRegistry& theRegistry() {
-  static TypeRegistry registry;
-  return registry;
+  static TypeRegistry* const registry = new TypeRegistry;
+  return *registry;
 }
 
 /// Joins texts and numbers.

@@ -24,7 +24,7 @@ Vector stepOf(const Point& low, const Point& high, const MultiIndex<3>& size) {
 
 UniformCartesianArray::UniformCartesianArray(const MultiIndex<3>& size, const Point& low, const Vector& step,
                                              const CreatorWeakPtr& creator)
-    : MemBase(Detail::indexOfType<Point>(), creator), LinearDirectProductMemArray(size, low, step, creator) {}
+    : MemBase(TreskType<Point>::index(), creator), LinearDirectProductMemArray(size, low, step, creator) {}
 
 UniformCartesianArray::UniformCartesianArray(const Point& low, const MultiIndex<3>& size, const Point& high,
                                              const CreatorWeakPtr& creator)
@@ -35,7 +35,7 @@ UniformCartesianArray::UniformCartesianArray(const Quorvel::BoundingBox& box, co
     : UniformCartesianArray(box[0], size, box[1], creator) {}
 
 UniformCartesianArray::UniformCartesianArray(const UniformCartesianArray& other, const CreatorWeakPtr& creator)
-    : MemBase(Detail::indexOfType<Point>(), creator), LinearDirectProductMemArray(other, creator) {}
+    : MemBase(TreskType<Point>::index(), creator), LinearDirectProductMemArray(other, creator) {}
 
 UniformCartesianArray::~UniformCartesianArray() = default;
 

@@ -20,8 +20,33 @@ class TRESK_OPEN_TEMPLATE Auto : public T {
   explicit Auto(Arguments&&... arguments) : T(std::forward<Arguments>(arguments)...), self_(this) {}
   ~Auto() override { self_.forget(); }
 
+  /// Ends the object for its pointers and leaves its memory as it is; the destructor must not run any more.
+  void expire() noexcept {
+    self_.forget();
+    T::expire();
+  }
+
  private:
   StrongPtr<T, typename T::ReferenceBaseType> self_;
+};
+
+/// An `Auto` in static storage that other threads may use while the process ends. When its time comes all pointers to it
+/// become invalid, as with any `Auto`, but its destructor does not run: a thread that had a pointer a moment before still
+/// works on an object.
+template <class T>
+class TRESK_OPEN_TEMPLATE StaticAuto {
+ public:
+  StaticAuto() : object_() {}
+  ~StaticAuto() { object_.expire(); }
+  StaticAuto(const StaticAuto&) = delete;
+  StaticAuto& operator=(const StaticAuto&) = delete;
+
+  Auto<T>* get() noexcept { return &object_; }
+
+ private:
+  union {
+    Auto<T> object_;
+  };
 };
 
 }  // namespace Ostrel

@@ -16,7 +16,7 @@ constexpr std::chrono::milliseconds LongestRetry{1000};
 /// Threads that could not be waited for where they were stopped, as they stopped themselves.
 class Leftovers {
  public:
-  ~Leftovers() {
+  void join() {
     for (;;) {
       std::vector<std::thread> threads;
       {
@@ -37,9 +37,16 @@ class Leftovers {
   std::vector<std::thread> threads_ TRESK_GUARDED_BY(mutex_);
 };
 
+/// Joins them at exit. Those that come later, from caches in static storage, are left alone.
+struct LeftoversAtExit {
+  Leftovers& all;
+  ~LeftoversAtExit() { all.join(); }
+};
+
 Leftovers& leftovers() {
-  static Leftovers all;
-  return all;
+  static Leftovers* const all = new Leftovers;
+  static const LeftoversAtExit atExit{*all};
+  return *all;
 }
 
 }  // namespace

@@ -61,6 +61,10 @@ class TRESK_OPEN_TEMPLATE ReferenceBase {
   /// \param self the object itself; throws `MemoryException` if it is null
   explicit ReferenceBase(T* self);
 
+  /// Ends the object for its pointers, as its destructor would, while its memory stays as it is. For an object of static
+  /// storage whose destructor never runs, so that threads that are in the middle of a call come to its end.
+  void expire() noexcept;
+
  private:
   template <class B>
   friend void releaseStrongUnit(ReferenceRecord* record);
@@ -121,6 +125,16 @@ template <class T>
 ReferenceBase<T>::~ReferenceBase() {
   ReferenceRecord* const record = self_.record;
   if (record == nullptr) return;
+  expire();
+  if (!record->lowerWeak()) {
+    SpeakPtr::theSpeaker()->InvalidWeakPtr(typeid(void), typeid(T), typeid(DynPtr<T, T>), typeid(void),
+                                           record->strong.load(), record->weak.load(), record, nullptr, self_.id);
+  }
+}
+
+template <class T>
+void ReferenceBase<T>::expire() noexcept {
+  ReferenceRecord* const record = self_.record;
   if (record->strong.load() >= 0) {
     // The object dies without its last strong pointer: on the stack, in a throwing constructor, at exit.
     record->strong.exchange(ReferenceRecord::DiedUnclaimed);
@@ -128,10 +142,6 @@ ReferenceBase<T>::~ReferenceBase() {
     record->weak.fetch_sub(1);
   }
   if (record->strong.load() != ReferenceRecord::Destroyed) record->strong.exchange(ReferenceRecord::Destroyed);
-  if (!record->lowerWeak()) {
-    SpeakPtr::theSpeaker()->InvalidWeakPtr(typeid(void), typeid(T), typeid(DynPtr<T, T>), typeid(void),
-                                           record->strong.load(), record->weak.load(), record, nullptr, self_.id);
-  }
 }
 
 }  // namespace Ostrel

@@ -7,6 +7,6 @@ TRESK_INSTANTIATE_ELEMENT_TYPE(double);
 namespace Tresk {
 namespace {
 /// The second record of this type, deliberately: one index can stand several times in the registry.
-Ostrel::Auto<TreskType<double>> secondRecord;
+Ostrel::StaticAuto<TreskType<double>> secondRecord;
 }  // namespace
 }  // namespace Tresk

@@ -8,6 +8,9 @@
 
 #include <gtest/gtest.h>
 
+#include <cstddef>
+#include <memory>
+#include <new>
 #include <string>
 
 namespace {
@@ -90,6 +93,22 @@ TEST_F(AutoTest, WorksForClassesWithAnOffsetAndAVirtualBase) {
   EXPECT_EQ(b.get(), static_cast<Virtual*>(&virtually));
   EXPECT_EQ(a.strongCount(), 2);
   EXPECT_EQ(b.strongCount(), 2);
+}
+
+TEST_F(AutoTest, InStaticStorageItEndsForItsPointersAndStaysInMemory) {
+  alignas(Ostrel::StaticAuto<Root>) static std::byte storage[sizeof(Ostrel::StaticAuto<Root>)];
+  auto* const holder = new (storage) Ostrel::StaticAuto<Root>;
+  Root* const object = holder->get();
+  const Strong strong(object);
+  const Weak weak = object->getSelf();
+  EXPECT_TRUE(strong.isValid() && weak.isValid());
+  expectParked(1);  // its record stays
+
+  std::destroy_at(holder);
+  EXPECT_FALSE(strong.isValid() || weak.isValid());
+  EXPECT_EQ(strong.strongCount(), -111);
+  EXPECT_FALSE(Strong(object).isValid()) << "nobody gets a pointer to it any more";
+  EXPECT_EQ(object->getRecord(), strong.getRecord()) << "a thread that is in the middle of a call still finds the object";
 }
 
 Auto<Named> atFileScope("static", 3);
