@@ -15,6 +15,7 @@ file(GLOB TRESK_HEADERS CONFIGURE_DEPENDS RELATIVE ${PROJECT_SOURCE_DIR} ${PROJE
      ${PROJECT_SOURCE_DIR}/field/*.hpp)
 # Internal to the library: not installed, and not checked to be public.
 list(REMOVE_ITEM TRESK_HEADERS foundation/CacheBooks.hpp foundation/CacheKeeper.hpp foundation/LeafMutex.hpp
+     foundation/NeverDestroyed.hpp
      field/AsynchronHooks.hpp field/NamedEntries.hpp
      field/ParallelRange.hpp field/PointRows.hpp field/PrimitiveTypes.hpp field/ThreadReaper.hpp field/WalkHolder.hpp)
 list(TRANSFORM TRESK_HEADERS PREPEND ${TRESK_INCLUDE_ROOT}/tresk/)

@@ -4,6 +4,7 @@
 
 #include <tresk/field/AsynchronHooks.hpp>
 #include <tresk/field/ThreadReaper.hpp>
+#include <tresk/foundation/NeverDestroyed.hpp>
 
 #include <utility>
 
@@ -12,7 +13,7 @@ namespace Tresk {
 namespace Detail {
 
 AsynchronHooks& asynchronHooks() {
-  static AsynchronHooks* const hooks = new AsynchronHooks;  // threads may still come by at exit
+  static Ostrel::Detail::NeverDestroyed<AsynchronHooks> hooks;  // threads may still come by at exit
   return *hooks;
 }
 

@@ -6,11 +6,27 @@
 
 namespace Tresk {
 
+namespace {
+
+using CreatureWeakPtr = Ostrel::WeakPtr<Ostrel::Creature, Ostrel::Creature>;
+
+CreatureWeakPtr creatorOf(const MemBasePtr& data) { return data ? data->getCreator() : CreatureWeakPtr(); }
+
+}  // namespace
+
 CreativeArray::CreativeArray(const MemBasePtr& initial, const CachePtr& cache)
+    : CreativeArray(initial, cache, creatorOf(initial)) {}
+
+CreativeArray::CreativeArray(const MemBasePtr& initial, const CachePtr& cache, const CreatureWeakPtr& former)
     : Ostrel::Creator<MemBase, CreativeArrayBase>(initial, cache) {
   if (!initial) return;
-  initial->setCreator(getSelf());
-  addDataMetaInfo(initial);
+  try {
+    initial->setCreator(getSelf());
+    addDataMetaInfo(initial);
+  } catch (...) {
+    initial->setCreator(former);  // they knew this one too early
+    throw;
+  }
 }
 
 CreativeArray::~CreativeArray() = default;

@@ -22,6 +22,10 @@ class TRESK_EXPORT CreativeArray : public Ostrel::Creator<MemBase, CreativeArray
   /// raises the saved age, each call saves again until one does. Exceptions of savers and producers pass, and the data
   /// are as before.
   Ostrel::Creature::ReasonForReleasal release() override;
+
+ private:
+  CreativeArray(const MemBasePtr& data, const CachePtr& cache,
+                const Ostrel::WeakPtr<Ostrel::Creature, Ostrel::Creature>& former);
 };
 
 }  // namespace Tresk

@@ -51,8 +51,11 @@ Ostrel::Ageable& CreativeArrayBase::updateAttributeAge(const Ostrel::Ageable& ag
 bool CreativeArrayBase::retryCreation(CreativeArrayBase&) { return false; }
 
 void CreativeArrayBase::setTreskType(const TreskTypePtr& type) {
+  if (type) {
+    TreskTypeIndex index = *type;  // a copy first: what fails leaves all as it was
+    typeIndex_ = std::move(index);
+  }
   type_ = type;
-  if (type) typeIndex_ = static_cast<const TreskTypeIndex&>(*type);
 }
 
 TreskTypePtr CreativeArrayBase::getTreskType() const {

@@ -4,6 +4,7 @@
 
 #include <tresk/field/CreativeArray.hpp>
 #include <tresk/field/WalkHolder.hpp>
+#include <tresk/foundation/NeverDestroyed.hpp>
 #include <tresk/foundation/SaveRegistry.hpp>
 
 #include <algorithm>
@@ -24,6 +25,23 @@ FragmentIDCollectionPtr collectionOf(const FieldWeakPtr& sibling) {
 
 using DiscardableCreator = Ostrel::AlzheimerCreator<MemBase, CreativeArrayBase>;
 
+/// Gives data back to their former creator if another one, which they knew for a moment, does not come to be.
+class CreatorKeeper {
+ public:
+  explicit CreatorKeeper(const MemBasePtr& data) : data_(data), former_(data->getCreator()) {}
+  CreatorKeeper(const CreatorKeeper&) = delete;
+  CreatorKeeper& operator=(const CreatorKeeper&) = delete;
+  ~CreatorKeeper() {
+    if (!isAccepted_) data_->setCreator(former_);
+  }
+  void accept() noexcept { isAccepted_ = true; }
+
+ private:
+  const MemBasePtr& data_;
+  Ostrel::WeakPtr<Ostrel::Creature, Ostrel::Creature> former_;
+  bool isAccepted_ = false;
+};
+
 }  // namespace
 
 // ---------------------------------------------------------------------------------------------------- construction
@@ -35,6 +53,18 @@ void Field::offerToSavers() {
 
 void Field::reserveForShape() {
   if (collection_) reserve_fragments(collection_->getShape().nElements());
+}
+
+/// Runs the last step of a constructor. If that fails, the destructor runs, which is not to ask creators that nobody has
+/// seen bound to save their data.
+template <class F>
+void Field::bindOrForget(const F& bind) {
+  try {
+    bind();
+  } catch (...) {
+    dropCreators();
+    throw;
+  }
 }
 
 Field::Field() : collection_(new FragmentIDCollection) { offerToSavers(); }
@@ -54,7 +84,7 @@ Field::Field(const CreatorPtr& creator, const FragmentIDCollectionProvider& prov
     : Field(creator, provider.getFragmentIDCollection()) {}
 
 Field::Field(const CreatorPtr& creator, const FragmentIDCollectionPtr& collection) : Field(collection) {
-  setCreator(creator, FragmentIDPtr());
+  bindOrForget([&] { setCreator(creator, FragmentIDPtr()); });
 }
 
 Field::Field(const MemBasePtr& data, const FieldWeakPtr& sibling) : Field(data, collectionOf(sibling)) {}
@@ -67,7 +97,7 @@ Field::Field(const MemBasePtr& data, const FragmentIDCollectionPtr& collection)
 
 Field::Field(const MemBasePtr& data, const CachePtr& cache, const FragmentIDCollectionPtr& collection)
     : Field(collection) {
-  setPersistentData(data, FragmentIDPtr(), cache, std::string());
+  bindOrForget([&] { setPersistentData(data, FragmentIDPtr(), cache, std::string()); });
 }
 
 void Field::extremeUnction() noexcept { clear(); }
@@ -81,12 +111,12 @@ bool Field::processOwnership(Ostrel::Intercube& question, const Ostrel::Intercub
 FragmentIDCollectionPtr Field::getFragmentIDCollection() const { return collection_; }
 
 const CreatorPtr& Field::CreativeArrayNullPtr() {
-  static const CreatorPtr* const null = new CreatorPtr;
+  static Ostrel::Detail::NeverDestroyed<CreatorPtr> null;
   return *null;
 }
 
 const FieldPtr& Field::NullPtrField() {
-  static const FieldPtr* const null = new FieldPtr;
+  static Ostrel::Detail::NeverDestroyed<FieldPtr> null;
   return *null;
 }
 
@@ -197,14 +227,9 @@ CreatorPtr& Field::store(unsigned int number, const CreatorPtr& creator) {
   return fragments_.values[insert(number, creator)];
 }
 
-void Field::touchAndOwn(const CreatorPtr& creator) {
+void Field::touchAndTell(const CreatorPtr& creator) {
   Ostrel::Ageable& age = Ostrel::Ageable::touch();
-  if (creator) enterAsOwner(creator, age);
-}
-
-void Field::enterAsOwner(const CreatorPtr& creator, Ostrel::Ageable& age) {
-  creator->addOwner(getSelf());
-  creator->forEachOwner(&age);
+  if (creator) creator->forEachOwner(&age);
 }
 
 // --------------------------------------------------------------------------------------------------------- reading
@@ -290,9 +315,17 @@ CreatorPtr& Field::setCreatorViaFragmentIndex(unsigned int number, const Creator
   // A copy: `creator` may be a slot of this very table, which an insertion moves, or belong to the creator that is
   // replaced.
   const CreatorPtr bound = creator;
-  CreatorPtr& slot = store(number, bound);
-  touchAndOwn(bound);
-  return slot;
+  // The owner first: a creator that is bound is owned. What fails leaves all as it was.
+  const bool isNew = bound && bound->addOwner(getSelf());
+  CreatorPtr* slot = nullptr;
+  try {
+    slot = &store(number, bound);
+  } catch (...) {
+    if (isNew) bound->removeOwner(getSelf());
+    throw;
+  }
+  touchAndTell(bound);
+  return *slot;
 }
 
 void Field::setCreatorsViaFragmentIndex(const fragment_copy_t& entries) {
@@ -313,13 +346,22 @@ void Field::setCreatorsViaFragmentIndex(const fragment_copy_t& entries) {
 
   std::vector<CreatorPtr> former;  // die after the lock: the ends of replaced creators may ask this field
   former.reserve(nDistinct);
-  {
+  // Owners first: a creator that is bound is owned. What fails leaves all as it was.
+  std::vector<CreativeArrayBase*> entered;
+  entered.reserve(entries.size());
+  const FieldWeakPtr self = getSelf();
+  try {
+    for (const auto& [number, creator] : entries)
+      if (creator && creator->addOwner(self)) entered.push_back(creator.get());
     const ExclusiveFragmentLock lock(mutex_);
     merge(order, entries, former);
+  } catch (...) {
+    for (CreativeArrayBase* const creator : entered) creator->removeOwner(self);
+    throw;
   }
   Ostrel::Ageable& age = Ostrel::Ageable::touch();
   for (const auto& [number, creator] : entries)
-    if (creator) enterAsOwner(creator, age);
+    if (creator) creator->forEachOwner(&age);
 }
 
 void Field::merge(const std::vector<std::uint64_t>& order, const fragment_copy_t& entries,
@@ -402,23 +444,27 @@ CreatorPtr Field::createCreator(const MemBasePtr& data, const std::string& name,
 const CreatorPtr& Field::setPersistentData(const MemBasePtr& data, const FragmentIDPtr& fragment, const CachePtr& cache,
                                            const std::string& provenance) {
   if (!data) return CreativeArrayNullPtr();
+  CreatorKeeper keeper(data);
   const CreatorPtr creator(new CreativeArray(data, cache));
   const CreatorPtr& slot = setCreatorViaFragmentIndex(getNumericalID(fragment), creator);
+  keeper.accept();
   creator->addDataMetaInfo(data);
   if (data->getDescription().empty()) data->setDescription("Field::setPersistentData()");
   if (!provenance.empty()) {
     creator->addProvenance(
         Ostrel::StrongPtr<Ostrel::Provenance, Ostrel::Provenance>(new Ostrel::Provenance(provenance)));
   }
-  touchAndOwn(creator);
+  touchAndTell(creator);
   return slot;
 }
 
 CreatorPtr Field::setDiscardableData(const MemBasePtr& data, const CacheWeakPtr& cache, const FragmentIDPtr& fragment) {
   if (!data) return CreatorPtr();
+  CreatorKeeper keeper(data);
   const CreatorPtr creator(new DiscardableCreator(data, cache));
   creator->addDataMetaInfo(data);
   setCreatorViaFragmentIndex(getNumericalID(fragment), creator);
+  keeper.accept();
   return creator;
 }
 
@@ -434,6 +480,10 @@ void Field::clear() {
     creator.release();
     return false;
   });
+  dropCreators();
+}
+
+void Field::dropCreators() {
   // The creators die after the lock: their ends may ask this field.
   fragments_t dropped;
   const ExclusiveFragmentLock lock(mutex_);

@@ -277,8 +277,10 @@ class TRESK_EXPORT Field : public CreatorContainer,
   void merge(const std::vector<std::uint64_t>& order, const fragment_copy_t& entries, std::vector<CreatorPtr>& former)
       TRESK_REQUIRES(mutex_);
   /// Marks the field as changed and enters it as an owner of the creator.
-  void touchAndOwn(const CreatorPtr& creator);
-  void enterAsOwner(const CreatorPtr& creator, Ostrel::Ageable& age);
+  void touchAndTell(const CreatorPtr& creator);
+  template <class F>
+  void bindOrForget(const F& bind);
+  void dropCreators();
   /// Calls `f(creator)` for each living creator in key order under the shared lock, until it returns true.
   template <class F>
   void visitCreators(const F& f) const TRESK_EXCLUDES(mutex_);

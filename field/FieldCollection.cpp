@@ -10,7 +10,11 @@ FieldCollection::Iterator::~Iterator() = default;
 
 FieldCollection::FieldCollection() = default;
 FieldCollection::FieldCollection(const FieldCollection& other) = default;
-FieldCollection& FieldCollection::operator=(const FieldCollection& other) = default;
+FieldCollection& FieldCollection::operator=(const FieldCollection& other) {
+  auto copy = other.fields_;  // without memory for it all stays as it was
+  fields_.swap(copy);
+  return *this;
+}
 FieldCollection::~FieldCollection() = default;
 
 FieldPtr& FieldCollection::operator[](const std::string& name) { return fields_[name]; }

@@ -10,7 +10,11 @@ Fragment::Iterator::~Iterator() = default;
 
 Fragment::Fragment() = default;
 Fragment::Fragment(const Fragment& other) = default;
-Fragment& Fragment::operator=(const Fragment& other) = default;
+Fragment& Fragment::operator=(const Fragment& other) {
+  auto copy = other.creators_;  // without memory for it all stays as it was
+  creators_.swap(copy);
+  return *this;
+}
 Fragment::~Fragment() = default;
 
 CreatorPtr& Fragment::operator[](const std::string& name) { return creators_[name]; }

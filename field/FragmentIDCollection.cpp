@@ -4,6 +4,7 @@
 
 #include <tresk/field/MemArray.hpp>
 #include <tresk/foundation/Diagnostics.hpp>
+#include <tresk/foundation/NeverDestroyed.hpp>
 
 #include <algorithm>
 #include <stdexcept>
@@ -38,7 +39,7 @@ FragmentIDCollection::FragmentIDCollection(const Ostrel::StrongPtr<TypedArray<st
 FragmentIDCollection::~FragmentIDCollection() = default;
 
 const std::vector<FragmentIDPtr>& FragmentIDCollection::getFragmentIDs() const noexcept {
-  static const std::vector<FragmentIDPtr>* const none = new std::vector<FragmentIDPtr>;
+  static Ostrel::Detail::NeverDestroyed<std::vector<FragmentIDPtr>> none;
   return identifiers_ ? identifiers_->vector() : *none;
 }
 

@@ -6,7 +6,11 @@ namespace Tresk {
 
 FragmentIDContainer::FragmentIDContainer() = default;
 FragmentIDContainer::FragmentIDContainer(const FragmentIDContainer& other) = default;
-FragmentIDContainer& FragmentIDContainer::operator=(const FragmentIDContainer& other) = default;
+FragmentIDContainer& FragmentIDContainer::operator=(const FragmentIDContainer& other) {
+  auto copy = other.fragments_;  // without memory for it all stays as it was
+  fragments_.swap(copy);
+  return *this;
+}
 FragmentIDContainer::~FragmentIDContainer() = default;
 
 FragmentIDPtr FragmentIDContainer::createFragmentID(const std::string& name) {

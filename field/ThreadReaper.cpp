@@ -84,8 +84,15 @@ struct ExitJoiner {
 
 RunningThread::RunningThread() {
   static const ExitJoiner joiner;
-  Reaper::instance().reserve(static_cast<std::size_t>(nRunning.load()) + 1);
-  nRunning.fetch_add(1);
+  // Counted first: several may be made at the same time, and the last one makes room for all.
+  const int n = nRunning.fetch_add(1) + 1;
+  try {
+    Reaper::instance().reserve(static_cast<std::size_t>(n));
+  } catch (...) {
+    nRunning.fetch_sub(1);
+    nRunning.notify_all();
+    throw;
+  }
 }
 
 RunningThread::RunningThread(RunningThread&& other) noexcept : counts_(std::exchange(other.counts_, false)) {}

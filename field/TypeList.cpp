@@ -11,6 +11,12 @@ namespace Tresk {
 
 TypeList::TypeList() = default;
 TypeList::TypeList(const TreskTypeWeakPtr& type) { insert(type); }
+TypeList::TypeList(const TypeList& other) = default;
+TypeList& TypeList::operator=(const TypeList& other) {
+  auto copy = other.types_;  // without memory for it all stays as it was
+  types_.swap(copy);
+  return *this;
+}
 TypeList::~TypeList() = default;
 
 void TypeList::insert(const TreskTypeWeakPtr& type) { types_.insert(type); }

@@ -17,6 +17,8 @@ class TRESK_EXPORT TypeList {
  public:
   TypeList();
   explicit TypeList(const TreskTypeWeakPtr& type);
+  TypeList(const TypeList& other);
+  TypeList& operator=(const TypeList& other);
   ~TypeList();
 
   void insert(const TreskTypeWeakPtr& type);

@@ -296,6 +296,7 @@ std::vector<CacheHolding> Cache::getHoldings() const {
 std::string Cache::describe(unsigned int nLines) const {
   const CacheStatistics counts = getStatistics();
   std::ostringstream text;
+  text.exceptions(std::ios::badbit);  // without memory the text would end early
   text << "limit " << (counts.limit == NoLimit ? std::string("none") : toByteText(counts.limit)) << ", held "
        << toByteText(counts.nHeldBytes) << " (peak " << toByteText(counts.nPeakBytes) << "), in flight "
        << toByteText(counts.nInFlightBytes) << "\nresident set " << toByteText(getResidentBytes()) << ", chunks "

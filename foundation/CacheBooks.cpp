@@ -18,8 +18,8 @@ namespace {
 
 /// All threads that have books. Guarded by the mutex of the caches. Kept for good.
 CacheLink<ThreadBooks>& allThreads() {
-  static CacheLink<ThreadBooks>* const ring = new CacheLink<ThreadBooks>(nullptr);
-  return *ring;
+  static constinit CacheLink<ThreadBooks> ring(nullptr);
+  return ring;
 }
 
 /// The time of the caches: rises with each listing and each use that is handed in. Guarded by their mutex.

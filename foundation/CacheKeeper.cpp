@@ -2,6 +2,8 @@
 // Copyright (c) 2026 the Tresk authors
 #include <tresk/foundation/CacheKeeper.hpp>
 
+#include <tresk/foundation/NeverDestroyed.hpp>
+
 #include <algorithm>
 #include <chrono>
 #include <utility>
@@ -22,12 +24,19 @@ class Leftovers {
       {
         const MutexLock lock(mutex_);
         threads.swap(threads_);
+        threads_.reserve(threads.size());
       }
       if (threads.empty()) return;
       for (std::thread& thread : threads) thread.join();
     }
   }
-  void add(std::thread thread) {
+  /// Makes room for one more thread, which may have none when it ends. The room stays.
+  void reserve() {
+    const MutexLock lock(mutex_);
+    ++nExpected_;
+    if (nExpected_ > threads_.capacity()) threads_.reserve(2 * nExpected_);
+  }
+  void add(std::thread thread) noexcept {
     const MutexLock lock(mutex_);
     threads_.push_back(std::move(thread));
   }
@@ -35,6 +44,7 @@ class Leftovers {
  private:
   Mutex mutex_;
   std::vector<std::thread> threads_ TRESK_GUARDED_BY(mutex_);
+  std::size_t nExpected_ TRESK_GUARDED_BY(mutex_) = 0;  ///< threads that were started so far
 };
 
 /// Joins them at exit. Those that come later, from caches in static storage, are left alone.
@@ -44,7 +54,7 @@ struct LeftoversAtExit {
 };
 
 Leftovers& leftovers() {
-  static Leftovers* const all = new Leftovers;
+  static NeverDestroyed<Leftovers> all;
   static const LeftoversAtExit atExit{*all};
   return *all;
 }
@@ -54,7 +64,7 @@ Leftovers& leftovers() {
 CacheKeeper::~CacheKeeper() { stop(); }
 
 void CacheKeeper::start(CacheBooks& books) {
-  leftovers();  // is there before a thread can need it at exit
+  leftovers().reserve();
   const MutexLock life(lifeMutex_);
   {
     const MutexLock lock(mutex_);

@@ -10,7 +10,7 @@ namespace Ostrel {
 /// Guarded by the one mutex of all caches.
 template <class Owner>
 struct CacheLink {
-  explicit CacheLink(Owner* member) noexcept : owner(member) {}
+  explicit constexpr CacheLink(Owner* member) noexcept : owner(member) {}
   CacheLink(const CacheLink&) = delete;
   CacheLink& operator=(const CacheLink&) = delete;
 

@@ -9,6 +9,7 @@
 #include <iomanip>
 #include <iterator>
 #include <memory>
+#include <new>
 #include <sstream>
 
 namespace Ostrel {
@@ -23,6 +24,7 @@ std::string Typename(const std::type_info& type) {
   int status = 0;
   const std::unique_ptr<char, decltype(&std::free)> readable(abi::__cxa_demangle(mangled, nullptr, nullptr, &status),
                                                              &std::free);
+  if (status == -1) throw std::bad_alloc();
   return status == 0 ? std::string(readable.get()) : std::string(mangled);
 }
 
@@ -35,6 +37,7 @@ std::string toByteText(unsigned long long nBytes) {
     ++unit;
   }
   std::ostringstream text;
+  text.exceptions(std::ios::badbit);  // without memory the text would end early
   text << std::fixed << std::setprecision(unit == 0 ? 0 : 1) << value << ' ' << Units[unit];
   return text.str();
 }

@@ -46,8 +46,9 @@ class RecordPool {
 #if defined(TRESK_PLAIN_RECORDS)
   ReferenceRecord* take() TRESK_EXCLUDES(mutex_) {
     const MutexLock lock(mutex_);
+    auto* const record = new ReferenceRecord;
     ++sharedBalance_;
-    return new ReferenceRecord;
+    return record;
   }
   void give(ReferenceRecord* record) noexcept TRESK_EXCLUDES(mutex_) {
     const MutexLock lock(mutex_);

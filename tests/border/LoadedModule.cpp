@@ -28,9 +28,7 @@ extern "C" void* makeField(int nFragments) {
   auto* const held = new Held;
   for (int i = 0; i < nFragments; ++i) {
     const CreatorPtr creator(new Tresk::FunctionalCreator(
-        [] {
-          return MemBasePtr(new Tresk::MemArray<1, double>(Tresk::MultiIndex<1>(10), Tresk::CreatorWeakPtr()));
-        },
+        [] { return MemBasePtr(new Tresk::MemArray<1, double>(Tresk::MultiIndex<1>(10), Tresk::CreatorWeakPtr())); },
         false, Ostrel::Cache::MemCache()));
     held->field->setCreator(creator, held->field->makeFragmentID(std::to_string(i)));
     if (!creator->create(false)) {

@@ -113,7 +113,7 @@ double sumOf(const FieldPtr& field) {
 
 extern "C" TRESK_EXPORT const TreskTest::WindPlugin* treskTestPlugin();
 extern "C" const TreskTest::WindPlugin* treskTestPlugin() {
-  static constexpr TreskTest::WindPlugin offered{
-      &makeCreator, [] { return isRegistered * nArrays.load(); }, [] { return nGusts.load(); }, &sumOf};
+  static constexpr TreskTest::WindPlugin offered{&makeCreator, [] { return isRegistered * nArrays.load(); },
+                                                 [] { return nGusts.load(); }, &sumOf};
   return &offered;
 }

@@ -2,6 +2,8 @@
 // Copyright (c) 2026 the Tresk authors
 #pragma once
 
+#include <cstddef>
+
 /// \file
 /// Allocation that fails when a test says so. `FailingAllocation.cpp` replaces the allocation functions of the program.
 
@@ -13,7 +15,8 @@ class FailingAllocation {
  public:
   enum class Kind { Once, FromThereOn };
 
-  FailingAllocation(long long n, Kind kind) noexcept;
+  /// \param nBytesAtLeast smaller allocations neither count nor fail
+  FailingAllocation(long long n, Kind kind, std::size_t nBytesAtLeast = 0) noexcept;
   FailingAllocation(const FailingAllocation&) = delete;
   FailingAllocation& operator=(const FailingAllocation&) = delete;
   ~FailingAllocation();
@@ -23,5 +26,22 @@ class FailingAllocation {
   /// Lets all allocations succeed from now on.
   static void end() noexcept;
 };
+
+/// The same for the allocations of all other threads that are made while it lives, in the order in which they come.
+class FailingElsewhere {
+ public:
+  explicit FailingElsewhere(long long n) noexcept;
+  FailingElsewhere(const FailingElsewhere&) = delete;
+  FailingElsewhere& operator=(const FailingElsewhere&) = delete;
+  ~FailingElsewhere();
+
+  bool hasStruck() const noexcept;
+};
+
+/// Blocks of the process that were allocated and not yet freed.
+long long nBlocksAlive() noexcept;
+/// Blocks of at least that many bytes which this thread has allocated so far count as large.
+inline constexpr std::size_t LargeBlock = 16 * 1024;
+long long nLargeBlocksMade() noexcept;
 
 }  // namespace TreskTest

@@ -7,13 +7,11 @@
 #include <field/ChunkKinds.hpp>
 #include <field/TransformReference.hpp>
 
-#include <fuzzer/FuzzedDataProvider.h>
+#include "FuzzSupport.hpp"
 
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
-#include <cstdio>
-#include <cstdlib>
 #include <limits>
 #include <stdexcept>
 #include <vector>
@@ -24,6 +22,8 @@
 
 namespace {
 
+using TreskFuzz::demand;
+using TreskFuzz::number;
 using TreskTest::Bytes;
 using TreskTest::bytesOf;
 using TreskTest::ChunkKind;
@@ -31,18 +31,6 @@ using TreskTest::ChunkPtr;
 
 constexpr unsigned long long Greatest = std::numeric_limits<unsigned long long>::max();
 constexpr unsigned long long MostElements = 64;
-
-void demand(bool isTrue, const char* what) {
-  if (isTrue) return;
-  std::fprintf(stderr, "wrong: %s\n", what);
-  std::abort();
-}
-
-/// A small number most of the time, any number otherwise.
-unsigned long long number(FuzzedDataProvider& data, unsigned long long most) {
-  if (data.ConsumeIntegralInRange<int>(0, 7) != 0) return data.ConsumeIntegralInRange<unsigned long long>(0, most);
-  return data.ConsumeIntegral<unsigned long long>();
-}
 
 const ChunkKind& kindOf(FuzzedDataProvider& data, const std::vector<ChunkKind>& kinds) {
   return kinds[data.ConsumeIntegralInRange<std::size_t>(0, kinds.size() - 1)];

@@ -1,0 +1,224 @@
+// SPDX-License-Identifier: BSD-3-Clause
+// Copyright (c) 2026 the Tresk authors
+#include <tresk/field/CreativeArray.hpp>
+#include <tresk/field/Field.hpp>
+#include <tresk/field/FieldCollection.hpp>
+#include <tresk/field/Fragment.hpp>
+#include <tresk/field/FragmentIDContainer.hpp>
+#include <tresk/field/FunctionalCreator.hpp>
+#include <tresk/field/TypeList.hpp>
+#include <tresk/foundation/Cache.hpp>
+#include <tresk/foundation/CacheStatistics.hpp>
+#include <tresk/foundation/Diagnostics.hpp>
+
+#include <support/FieldDoubles.hpp>
+
+#include <gtest/gtest.h>
+
+#include "EachAllocation.hpp"
+
+#include <cxxabi.h>
+#include <dlfcn.h>
+
+#include <memory>
+#include <new>
+#include <string>
+
+// Operations that take several allocations, and either do all that they are asked for or nothing.
+
+namespace {
+thread_local bool demanglerFails = false;
+}  // namespace
+
+/// The demangler takes its memory from elsewhere; it fails when a test says so.
+extern "C" __attribute__((visibility("default"))) char* __cxa_demangle(const char* name, char* buffer, std::size_t* n, int* status) {
+  if (demanglerFails) {
+    if (status != nullptr) *status = -1;
+    return nullptr;
+  }
+  using Function = char* (*)(const char*, char*, std::size_t*, int*);
+  static const auto real = reinterpret_cast<Function>(dlsym(RTLD_NEXT, "__cxa_demangle"));
+  return real(name, buffer, n, status);
+}
+
+namespace {
+
+using Ostrel::Cache;
+using Tresk::CachePtr;
+using Tresk::CreativeArray;
+using Tresk::CreatorPtr;
+using Tresk::DynamicSize;
+using Tresk::Field;
+using Tresk::FieldCollection;
+using Tresk::FieldPtr;
+using Tresk::Fragment;
+using Tresk::FragmentID;
+using Tresk::FragmentIDContainer;
+using Tresk::FragmentIDPtr;
+using Tresk::FunctionalCreator;
+using Tresk::getTreskType;
+using Tresk::MemBasePtr;
+using Tresk::TreskTypePtr;
+using Tresk::TypeList;
+using TreskTest::EachAllocation;
+using TreskTest::makeArray;
+
+class WholeOrNotAtAllTest : public ::testing::Test {};
+
+std::string nameOf(int i) { return "the fragment with the number " + std::to_string(i); }
+
+struct Binding {
+  FieldPtr field;
+  FragmentIDPtr fragment;
+  CreatorPtr creator;
+  MemBasePtr data;
+  Ostrel::Ageable age = field->getAge();
+  unsigned long long n = field->nFragments();
+};
+TEST_F(WholeOrNotAtAllTest, DescriptionOfACacheIsWholeOrThrows) {
+  EachAllocation each;
+  const CachePtr cache(new Cache);
+  cache->setLimit(8);
+  const CreatorPtr creator(new FunctionalCreator([] { return makeArray(4); }, false, cache));
+  const MemBasePtr held = creator->create(false);
+  const auto withoutResident = [](std::string text) {
+    const auto a = text.find("resident set"), b = text.find(", chunks");
+    return a == text.npos || b == text.npos ? text : text.erase(a, b - a);
+  };
+  const std::string whole = withoutResident(cache->describe());
+  each.makes(
+      "describe", [&] { return cache->describe(); }, [&](const std::string& t) { return withoutResident(t) == whole; });
+}
+
+TEST_F(WholeOrNotAtAllTest, ResidentBytesAreToldOrThrow) {
+  EachAllocation each;
+  each.makes(
+      "resident", [] { return Ostrel::getResidentBytes(); }, [](unsigned long long n) { return n > 0; });
+}
+
+TEST_F(WholeOrNotAtAllTest, NameOfATypeIsReadableOrThrows) {
+  demanglerFails = true;
+  std::string name;
+  bool isThrown = false;
+  try {
+    name = Ostrel::Typename(typeid(std::string));
+  } catch (const std::bad_alloc&) {
+    isThrown = true;
+  }
+  demanglerFails = false;
+  EXPECT_TRUE(isThrown) << name;
+}
+
+TEST_F(WholeOrNotAtAllTest, AssignmentOfCollectionsKeepsWhatWasThere) {
+  EachAllocation each;
+  const FieldPtr field(new Field);
+  FieldCollection other;
+  other[nameOf(1)] = field;
+  other[nameOf(2)] = field;
+  each.changes(
+      "fields",
+      [&] {
+        FieldCollection c;
+        c[nameOf(9)] = field;
+        return std::make_unique<FieldCollection>(c);
+      },
+      [&](auto& c) { *c = other; }, [&](auto& c) { return (*c)(nameOf(9)) == field && !(*c)(nameOf(1)); },
+      [&](auto& c) { return (*c)(nameOf(2)) == field; });
+  const CreatorPtr creator = TreskTest::makeForgetful();
+  Fragment fragment;
+  fragment[nameOf(1)] = creator;
+  fragment[nameOf(2)] = creator;
+  each.changes(
+      "creators",
+      [&] {
+        auto f = std::make_unique<Fragment>();
+        (*f)[nameOf(9)] = creator;
+        return f;
+      },
+      [&](auto& f) { *f = fragment; }, [&](auto& f) { return (*f)(nameOf(9)) == creator && !(*f)(nameOf(1)); },
+      [&](auto& f) { return (*f)(nameOf(2)) == creator; });
+  FragmentIDContainer ids;
+  const FragmentIDPtr a(new FragmentID("a")), b(new FragmentID("b")), c(new FragmentID("c"));
+  ids.addFragmentID(a);
+  ids.addFragmentID(b);
+  each.changes(
+      "fragments",
+      [&] {
+        auto i = std::make_unique<FragmentIDContainer>();
+        i->addFragmentID(c);
+        return i;
+      },
+      [&](auto& i) { *i = ids; }, [&](auto& i) { return i->nFragments() == 1 && i->getFirst() == c; },
+      [&](auto& i) { return i->nFragments() == 2; });
+  const TypeList types = [] {
+    TypeList t(getTreskType<double>());
+    t.insert(getTreskType<unsigned int>());
+    return t;
+  }();
+  each.changes(
+      "types", [&] { return std::make_unique<TypeList>(getTreskType<Quorvel::PhysicalSpace::point>()); },
+      [&](auto& t) { *t = types; }, [&](auto& t) { return t->nTypes() == 1 && !t->contains(typeid(double)); },
+      [&](auto& t) { return t->nTypes() == 2; });
+}
+
+TEST_F(WholeOrNotAtAllTest, TypeOfACreatorIsSetOrAsBefore) {
+  EachAllocation each;
+  const TreskTypePtr vectors = getTreskType<Quorvel::Vector<double, 3>>();
+  each.changes(
+      "type", [] { return TreskTest::makeForgetful(); }, [&](const auto& p) { p->setTreskType(vectors); },
+      [](const auto& p) { return !p->getTreskType(); }, [&](const auto& p) { return p->getTreskType() == vectors; });
+}
+
+TEST_F(WholeOrNotAtAllTest, CreatorIsBoundAndOwnedOrNothingHasChanged) {
+  EachAllocation each;
+  const auto make = [] {
+    const FieldPtr f(new Field);
+    return Binding{f, f->makeFragmentID(nameOf(0)), TreskTest::makeForgetful(), {}};
+  };
+  const auto asBefore = [](const Binding& b) {
+    return b.field->nFragments() == b.n && b.field->getAge() == b.age && b.creator->nOwners() == 0;
+  };
+  const auto done = [](const Binding& b) {
+    return b.field->getFirstCreator() == b.creator && b.creator->isOwnedBy(b.field->getSelf());
+  };
+  each.changes(
+      "one", make, [](const Binding& b) { b.field->setCreator(b.creator, b.fragment); }, asBefore, done);
+  each.changes(
+      "many", make,
+      [](const Binding& b) {
+        b.field->setCreatorsViaFragmentIndex({{0U, b.creator}});
+      },
+      asBefore, done);
+}
+
+TEST_F(WholeOrNotAtAllTest, DataKeepTheirCreatorWhenAnotherCannotBeMade) {
+  EachAllocation each;
+  const CachePtr cache(new Cache);
+  struct S {
+    CreatorPtr former;
+    MemBasePtr data;
+    CreatorPtr next;
+    FieldPtr field{new Field};
+  };
+  const auto make = [&] {
+    const MemBasePtr d = makeArray(3);
+    return S{CreatorPtr(new TreskTest::ForgetfulArray(d, cache)), d, {}};
+  };
+  each.changes(
+      "creator", make, [&](S& s) { s.next = CreatorPtr(new CreativeArray(s.data, cache)); },
+      [](const S& s) { return s.data->getCreator() == s.former; },
+      [](const S& s) { return s.data->getCreator() == s.next; });
+  each.changes(
+      "field", make, [&](S& s) { s.field->setPersistentData(s.data, FragmentIDPtr(), cache, "x"); },
+      [](const S& s) {
+        return s.data->getCreator() == s.former ? s.field->nFragments() == 0
+                                                : s.data->getCreator() == s.field->getFirstCreator();
+      },
+      [](const S& s) { return s.data->getCreator() == s.field->getFirstCreator(); });
+  each.changes(
+      "discardable", make, [&](S& s) { s.field->setDiscardableData(s.data, cache, FragmentIDPtr()); },
+      [](const S& s) { return s.data->getCreator() == s.former && s.field->nFragments() == 0; },
+      [](const S& s) { return s.data->getCreator() == s.field->getFirstCreator(); });
+}
+
+}  // namespace
