@@ -6,6 +6,7 @@
 #include <tresk/field/Fragment.hpp>
 #include <tresk/field/FragmentIDContainer.hpp>
 #include <tresk/field/FunctionalCreator.hpp>
+#include <tresk/field/TreskType.hpp>
 #include <tresk/field/TypeList.hpp>
 #include <tresk/foundation/Cache.hpp>
 #include <tresk/foundation/CacheStatistics.hpp>
