@@ -99,12 +99,15 @@ RunningThread::RunningThread(RunningThread&& other) noexcept : counts_(std::exch
 
 RunningThread::~RunningThread() {
   if (!counts_) return;
-  isRunningThread = false;
+  if (hasBegun_) isRunningThread = false;
   nRunning.fetch_sub(1);
   nRunning.notify_all();
 }
 
-void RunningThread::begin() noexcept { isRunningThread = true; }
+void RunningThread::begin() noexcept {
+  hasBegun_ = true;
+  isRunningThread = true;
+}
 
 void reapLater(std::future<bool> future) { Reaper::instance().add(std::move(future)); }
 

@@ -26,6 +26,7 @@ class TRESK_EXPORT RunningThread {
 
  private:
   bool counts_ = true;
+  bool hasBegun_ = false;  ///< on the thread itself; one that was never started may end on any thread
 };
 
 /// Takes over the future of the calling thread. The thread is joined by a later `joinFinishedThreads` on another thread,
