@@ -161,13 +161,15 @@ class TRESK_EXPORT Field : public CreatorContainer,
   /// takes n log n for n entries beside one pass over the table. References to slots hold if all numbers were known.
   /// Throws `std::length_error` for more than 4294967295 entries; the table survives that and a lack of memory.
   void setCreatorsViaFragmentIndex(const fragment_copy_t& entries);
-  /// Makes a creator for data, which must stand on the list of a cache, and binds it. Null otherwise, for null data
-  /// and for any other `alternative`.
+  /// Makes a creator for data, which must stand on the list of a cache once that creator is theirs, and binds it. Null
+  /// otherwise, and the data are then without a creator; null for null data and for any other `alternative`.
   CreatorPtr createCreator(const MemBasePtr& data, const FragmentIDPtr& fragment, CreationFailAlternative alternative,
                            const CacheWeakPtr& cache);
   CreatorPtr createCreator(const MemBasePtr& data, const std::string& name, CreationFailAlternative alternative,
                            const CacheWeakPtr& cache);
-  /// Binds data by a creator that keeps them. Null data give `CreativeArrayNullPtr()` and leave the field alone.
+  /// Binds data by a creator that keeps them. Null data give `CreativeArrayNullPtr()` and leave the field alone. When it
+  /// throws, either nothing is bound and the data still have their former creator, or they are bound and their
+  /// description is not complete.
   /// \param provenance where the data come from; may be empty
   const CreatorPtr& setPersistentData(const MemBasePtr& data, const FragmentIDPtr& fragment, const CachePtr& cache,
                                       const std::string& provenance);

@@ -66,7 +66,7 @@ class TRESK_EXPORT FragmentIDCollection : public Ostrel::ReferenceBase<FragmentI
 
   /// Calls `f(fragment, number, name)` for each name, in no particular order, until it returns false. Returns how
   /// often it returned true. Slots without a name are not visited. `f` must not add fragments. An empty function throws
-  /// `std::bad_function_call`.
+  /// `std::bad_function_call` at the first name.
   unsigned int iterate(const std::function<bool(const FragmentIDPtr&, int, const std::string&)>& f) const;
 
   /// The fragments as an array of the shape, on the collection's own storage; null without a shape or for a rank

@@ -207,6 +207,7 @@ MemBasePtr MemArray<N, T>::createArray(const MultiIndex<N>& size, const CreatorW
 template <int N, class T>
 MemBasePtr MemArray<N, T>::createSubArray(const MultiIndex<N>& start, const MultiIndex<N>& size,
                                           const CreatorWeakPtr& creator) const {
+  if (this->data == nullptr && this->source == nullptr) return MemBasePtr();  // there is nothing to copy from
   const Ostrel::StrongPtr<MemArray, Ostrel::Cacheable> target(new MemArray(size, creator));
   const unsigned long long nRows = size[0] == 0 ? 0 : target->nElements() / size[0];
   CreativeIterator<T>& out = *target;

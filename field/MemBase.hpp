@@ -67,7 +67,8 @@ class TRESK_EXPORT MemBase : public Ostrel::Cacheable, public Ostrel::Intercube 
   virtual const double* getDelta() const = 0;
   /// An array with all elements in memory: this one itself if it holds its elements, `creator` is then ignored.
   virtual MemBasePtr makeExplicit(const CreatorWeakPtr& creator) const = 0;
-  /// A scalar array of one component of each element, which shares the storage; null beyond the last component.
+  /// A scalar array of one component of each element, which shares the storage; null beyond the last component. A
+  /// negative number is the caller's fault.
   virtual MemBasePtr getComponent(int component, const CreatorWeakPtr& creator) const = 0;
   /// A copy of a box of the array; null if a rank differs. The box must lie in the array: this is not tested.
   virtual MemBasePtr createSubArray(const DynamicSize& start, const DynamicSize& size,
@@ -85,8 +86,9 @@ class TRESK_EXPORT MemBase : public Ostrel::Cacheable, public Ostrel::Intercube 
   /// The element type as a value.
   const TreskTypeIndex& getTreskTypeIndex() const noexcept { return index_; }
 
-  /// Enters the allocator of an element type; 1, or 0 for an invalid type. The last registration of a type wins. The
-  /// registry has no lock: registrations belong to the load time of a library.
+  /// Enters the allocator of an element type; 1, or 0 for an invalid type. The last registration of a type wins; that of
+  /// an empty pointer leaves the type without arrays. The registry has no lock: registrations belong to the load time of a
+  /// library.
   static int registerCreator(const AllocatorPtr& allocator, const TreskTypePtr& type);
   /// A new array of the given type and size; null without an allocator, for a rank outside 1 to 4 and for an
   /// invalid type. `requester` is passed on and not used.

@@ -32,7 +32,8 @@ thread_local bool demanglerFails = false;
 }  // namespace
 
 /// The demangler takes its memory from elsewhere; it fails when a test says so.
-extern "C" __attribute__((visibility("default"))) char* __cxa_demangle(const char* name, char* buffer, std::size_t* n, int* status) {
+extern "C" __attribute__((visibility("default"))) char* __cxa_demangle(const char* name, char* buffer, std::size_t* n,
+                                                                       int* status) {
   if (demanglerFails) {
     if (status != nullptr) *status = -1;
     return nullptr;
