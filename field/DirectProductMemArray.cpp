@@ -5,6 +5,7 @@
 #include <tresk/field/ElementText.hpp>
 #include <tresk/field/MemArrayImplementation.hpp>
 #include <tresk/field/PointRows.hpp>
+#include <tresk/foundation/NeverDestroyed.hpp>
 #include <tresk/foundation/SaveRegistry.hpp>
 
 #include <algorithm>
@@ -213,14 +214,14 @@ T DirectProductMemArray<T, Kind, N>::last() const {
 
 template <class T, class Kind, int N>
 const CreativeIterator<T>& DirectProductMemArray<T, Kind, N>::getIterator() const {
-  static const CreativeIterator<T> nothing;
-  return nothing;
+  static Ostrel::Detail::NeverDestroyed<CreativeIterator<T>> nothing;
+  return *nothing;
 }
 
 template <class T, class Kind, int N>
 CreativeIterator<T>& DirectProductMemArray<T, Kind, N>::getIterator() {
-  static CreativeIterator<T> nothing;
-  return nothing;
+  static Ostrel::Detail::NeverDestroyed<CreativeIterator<T>> nothing;
+  return *nothing;
 }
 
 template <class T, class Kind, int N>

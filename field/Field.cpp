@@ -37,7 +37,7 @@ class CreatorKeeper {
   void accept() noexcept { isAccepted_ = true; }
 
  private:
-  const MemBasePtr& data_;
+  const MemBasePtr data_;
   Ostrel::WeakPtr<Ostrel::Creature, Ostrel::Creature> former_;
   bool isAccepted_ = false;
 };
@@ -55,13 +55,17 @@ void Field::reserveForShape() {
   if (collection_) reserve_fragments(collection_->getShape().nElements());
 }
 
-/// Runs the last step of a constructor. If that fails, the destructor runs, which is not to ask creators that nobody has
-/// seen bound to save their data.
+/// Runs the last step of a constructor. If that fails, the destructor runs, which is not to ask creators to save their
+/// data that nobody has seen bound.
 template <class F>
 void Field::bindOrForget(const F& bind) {
   try {
     bind();
   } catch (...) {
+    visitCreators([this](CreativeArrayBase& creator) {
+      creator.removeOwner(getSelf());
+      return false;
+    });
     dropCreators();
     throw;
   }
@@ -153,8 +157,8 @@ FragmentIDPtr Field::getFragmentID(const std::string& name) const {
 }
 
 const std::vector<FragmentIDPtr>& Field::getFragmentIDs() const {
-  static const std::vector<FragmentIDPtr> none;
-  return collection_ ? collection_->getFragmentIDs() : none;
+  static Ostrel::Detail::NeverDestroyed<std::vector<FragmentIDPtr>> none;
+  return collection_ ? collection_->getFragmentIDs() : *none;
 }
 
 FragmentIDPtr Field::getFirstFragmentID() const {
@@ -315,17 +319,20 @@ CreatorPtr& Field::setCreatorViaFragmentIndex(unsigned int number, const Creator
   // A copy: `creator` may be a slot of this very table, which an insertion moves, or belong to the creator that is
   // replaced.
   const CreatorPtr bound = creator;
+  CreatorPtr& slot = bind(number, bound);
+  touchAndTell(bound);
+  return slot;
+}
+
+CreatorPtr& Field::bind(unsigned int number, const CreatorPtr& creator) {
   // The owner first: a creator that is bound is owned. What fails leaves all as it was.
-  const bool isNew = bound && bound->addOwner(getSelf());
-  CreatorPtr* slot = nullptr;
+  const bool isNew = creator && creator->addOwner(getSelf());
   try {
-    slot = &store(number, bound);
+    return store(number, creator);
   } catch (...) {
-    if (isNew) bound->removeOwner(getSelf());
+    if (isNew) creator->removeOwner(getSelf());
     throw;
   }
-  touchAndTell(bound);
-  return *slot;
 }
 
 void Field::setCreatorsViaFragmentIndex(const fragment_copy_t& entries) {
@@ -421,17 +428,25 @@ CreatorPtr& Field::setCreator(const CreatorPtr& creator, const FragmentIDPtr& fr
 CreatorPtr Field::createCreator(const MemBasePtr& data, const FragmentIDPtr& fragment,
                                 CreationFailAlternative alternative, const CacheWeakPtr& cache) {
   if (!data) return CreatorPtr();
+  CreatorKeeper keeper(data);
   CreatorPtr creator;
   if (alternative == PersistentCreatorAlternative)
     creator = CreatorPtr(new CreativeArray(data, CachePtr(cache)));
   else if (alternative == DiscardableCreatorAlternative)
     creator = CreatorPtr(new DiscardableCreator(data, cache));  // becomes the creator of the data, and is touched
-  else
+  else {
+    keeper.accept();
     return CreatorPtr();
-  if (!data->isOnCacheList()) return CreatorPtr();
+  }
+  if (!data->isOnCacheList()) {
+    keeper.accept();  // the creator goes, and the data stay without one: this is deliberate
+    return CreatorPtr();
+  }
   creator->addDataMetaInfo(data);
   data->setCreator(creator);
-  setCreatorViaFragmentIndex(getNumericalID(fragment), creator);
+  bind(getNumericalID(fragment), creator);
+  keeper.accept();
+  touchAndTell(creator);
   return creator;
 }
 
@@ -446,8 +461,9 @@ const CreatorPtr& Field::setPersistentData(const MemBasePtr& data, const Fragmen
   if (!data) return CreativeArrayNullPtr();
   CreatorKeeper keeper(data);
   const CreatorPtr creator(new CreativeArray(data, cache));
-  const CreatorPtr& slot = setCreatorViaFragmentIndex(getNumericalID(fragment), creator);
+  const CreatorPtr& slot = bind(getNumericalID(fragment), creator);
   keeper.accept();
+  touchAndTell(creator);
   creator->addDataMetaInfo(data);
   if (data->getDescription().empty()) data->setDescription("Field::setPersistentData()");
   if (!provenance.empty()) {
@@ -463,8 +479,9 @@ CreatorPtr Field::setDiscardableData(const MemBasePtr& data, const CacheWeakPtr&
   CreatorKeeper keeper(data);
   const CreatorPtr creator(new DiscardableCreator(data, cache));
   creator->addDataMetaInfo(data);
-  setCreatorViaFragmentIndex(getNumericalID(fragment), creator);
+  bind(getNumericalID(fragment), creator);
   keeper.accept();
+  touchAndTell(creator);
   return creator;
 }
 

@@ -278,7 +278,9 @@ class TRESK_EXPORT Field : public CreatorContainer,
   /// (the lower half). What they replace goes to `former`, which has room for as many.
   void merge(const std::vector<std::uint64_t>& order, const fragment_copy_t& entries, std::vector<CreatorPtr>& former)
       TRESK_REQUIRES(mutex_);
-  /// Marks the field as changed and enters it as an owner of the creator.
+  /// The same, and enters the field as an owner of the creator before.
+  CreatorPtr& bind(unsigned int number, const CreatorPtr& creator) TRESK_EXCLUDES(mutex_);
+  /// Marks the field as changed and tells the owners of the creator.
   void touchAndTell(const CreatorPtr& creator);
   template <class F>
   void bindOrForget(const F& bind);

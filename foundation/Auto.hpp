@@ -30,9 +30,9 @@ class TRESK_OPEN_TEMPLATE Auto : public T {
   StrongPtr<T, typename T::ReferenceBaseType> self_;
 };
 
-/// An `Auto` in static storage that other threads may use while the process ends. When its time comes all pointers to it
-/// become invalid, as with any `Auto`, but its destructor does not run: a thread that had a pointer a moment before still
-/// works on an object.
+/// An `Auto` in static storage that other threads may use while the process ends. When its time comes all pointers to
+/// it become invalid, as with any `Auto`, but its destructor does not run: a thread that has tested a pointer a moment
+/// before still works on an object.
 template <class T>
 class TRESK_OPEN_TEMPLATE StaticAuto {
  public:

@@ -20,21 +20,27 @@ class Leftovers {
  public:
   void join() {
     for (;;) {
-      std::vector<std::thread> threads;
+      std::thread thread;
       {
         const MutexLock lock(mutex_);
-        threads.swap(threads_);
-        threads_.reserve(threads.size());
+        if (threads_.empty()) return;
+        thread = std::move(threads_.back());
+        threads_.pop_back();
+        --nExpected_;
       }
-      if (threads.empty()) return;
-      for (std::thread& thread : threads) thread.join();
+      thread.join();
     }
   }
-  /// Makes room for one more thread, which may have none when it ends. The room stays.
+  /// Makes room for one more thread, which may find no memory when it ends.
   void reserve() {
     const MutexLock lock(mutex_);
     ++nExpected_;
     if (nExpected_ > threads_.capacity()) threads_.reserve(2 * nExpected_);
+  }
+  /// A thread for which there was room has been waited for.
+  void giveRoomBack() {
+    const MutexLock lock(mutex_);
+    --nExpected_;
   }
   void add(std::thread thread) noexcept {
     const MutexLock lock(mutex_);
@@ -44,7 +50,7 @@ class Leftovers {
  private:
   Mutex mutex_;
   std::vector<std::thread> threads_ TRESK_GUARDED_BY(mutex_);
-  std::size_t nExpected_ TRESK_GUARDED_BY(mutex_) = 0;  ///< threads that were started so far
+  std::size_t nExpected_ TRESK_GUARDED_BY(mutex_) = 0;  ///< threads that have not been waited for
 };
 
 /// Joins them at exit. Those that come later, from caches in static storage, are left alone.
@@ -64,18 +70,23 @@ Leftovers& leftovers() {
 CacheKeeper::~CacheKeeper() { stop(); }
 
 void CacheKeeper::start(CacheBooks& books) {
-  leftovers().reserve();
   const MutexLock life(lifeMutex_);
   {
     const MutexLock lock(mutex_);
     if (isStopping_) return;
   }
+  leftovers().reserve();
   {
     const LeafLock lock(cacheMutex);
     charge_.books = &books;
     charge_.link.enterBefore(books.charges);
   }
-  thread_ = std::thread([self = shared_from_this()] { self->run(); });
+  try {
+    thread_ = std::thread([self = shared_from_this()] { self->run(); });
+  } catch (...) {
+    leftovers().giveRoomBack();
+    throw;
+  }
 }
 
 void CacheKeeper::wake() {
@@ -99,10 +110,12 @@ void CacheKeeper::stop() {
     charge_.books = nullptr;
   }
   if (!ended.joinable()) return;
-  if (ended.get_id() == std::this_thread::get_id())
+  if (ended.get_id() == std::this_thread::get_id()) {
     leftovers().add(std::move(ended));
-  else
-    ended.join();
+    return;
+  }
+  ended.join();
+  leftovers().giveRoomBack();
 }
 
 void CacheKeeper::run() TRESK_NO_THREAD_SAFETY_ANALYSIS {

@@ -61,9 +61,9 @@ class TRESK_OPEN_TEMPLATE ReferenceBase {
   /// \param self the object itself; throws `MemoryException` if it is null
   explicit ReferenceBase(T* self);
 
-  /// Ends the object for its pointers, as its destructor would, while its memory stays as it is. For an object of static
-  /// storage whose destructor never runs, so that threads that are in the middle of a call come to its end.
-  void expire() noexcept;
+  /// Ends the object for its pointers, as its destructor would, while its memory stays as it is. For an object of
+  /// static storage whose destructor never runs. A pointer that has been tested a moment before still leads to it.
+  void expire() noexcept { endReferences(false); }
 
  private:
   template <class B>
@@ -74,6 +74,9 @@ class TRESK_OPEN_TEMPLATE ReferenceBase {
     long long id = -1;
     ReferenceRecord* record = nullptr;
   };
+
+  /// What the end of the object means for its pointers, but for the self pointer.
+  void endReferences(bool forgetsObject) noexcept;
 
   /// A bare object of this class, to read the address of the default hook from.
   struct Bare {};
@@ -125,7 +128,7 @@ template <class T>
 ReferenceBase<T>::~ReferenceBase() {
   ReferenceRecord* const record = self_.record;
   if (record == nullptr) return;
-  expire();
+  endReferences(true);
   if (!record->lowerWeak()) {
     SpeakPtr::theSpeaker()->InvalidWeakPtr(typeid(void), typeid(T), typeid(DynPtr<T, T>), typeid(void),
                                            record->strong.load(), record->weak.load(), record, nullptr, self_.id);
@@ -133,12 +136,12 @@ ReferenceBase<T>::~ReferenceBase() {
 }
 
 template <class T>
-void ReferenceBase<T>::expire() noexcept {
+void ReferenceBase<T>::endReferences(bool forgetsObject) noexcept {
   ReferenceRecord* const record = self_.record;
   if (record->strong.load() >= 0) {
     // The object dies without its last strong pointer: on the stack, in a throwing constructor, at exit.
     record->strong.exchange(ReferenceRecord::DiedUnclaimed);
-    record->object.store(nullptr);
+    if (forgetsObject) record->object.store(nullptr);
     record->weak.fetch_sub(1);
   }
   if (record->strong.load() != ReferenceRecord::Destroyed) record->strong.exchange(ReferenceRecord::Destroyed);

@@ -24,10 +24,11 @@ void* demand(void* found, const char* what) {
 struct Kept {
   void* field = nullptr;
   void (*drop)(void*) = nullptr;
+  int (*hasEnded)() = nullptr;
   ~Kept() {
     if (drop == nullptr) return;
     drop(field);
-    std::puts("the last field is gone");
+    std::puts(hasEnded() == 1 ? "the last field is gone" : "the library has not ended");
   }
 };
 Kept kept;
@@ -40,10 +41,13 @@ int main(int, char** argv) {
     void* const module = demand(dlopen(argv[1], RTLD_NOW | RTLD_LOCAL), "module");
     const auto make = reinterpret_cast<void* (*)(int)>(demand(dlsym(module, "makeField"), "makeField"));
     const auto drop = reinterpret_cast<void (*)(void*)>(demand(dlsym(module, "dropField"), "dropField"));
+    const auto hasEnded = reinterpret_cast<int (*)()>(demand(dlsym(module, "hasEnded"), "hasEnded"));
     void* const field = demand(make(100), "field");
+    if (hasEnded() != 0) return 4;
     if (round == 2) {
       kept.field = field;
       kept.drop = drop;
+      kept.hasEnded = hasEnded;
       break;
     }
     drop(field);

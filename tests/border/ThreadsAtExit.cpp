@@ -7,6 +7,7 @@
 #include <tresk/field/Field.hpp>
 #include <tresk/field/FunctionalCreator.hpp>
 #include <tresk/field/MemArray.hpp>
+#include <tresk/field/TreskType.hpp>
 
 #include <atomic>
 #include <cstdio>
@@ -47,6 +48,12 @@ int main() {
       for (;;) {
         for (unsigned int i = 0; i < shared.field->nFragments(); ++i)
           if (!shared.field->getCreatorByNumericalID(i)->create(false)) std::abort();
+        // Records and allocators end in the meantime: they are there, or they are not.
+        const Tresk::TreskTypePtr type = Tresk::getTreskType<double>();
+        if (type && type->getType() != typeid(double)) std::abort();
+        Tresk::MemBase::create(type, Tresk::DynamicSize{3}, typeid(void));
+        shared.field->getElementTreskType();
+        if (shared.field->xml().empty()) std::abort();
         ++shared.nRounds;
       }
     }).detach();
