@@ -111,6 +111,10 @@ TEST_F(TransformInput, IndirectionOfAnEmptyRange) {
   EXPECT_TRUE(gather(chunk, empty, none, 2, 1));                              // a range that ends before it begins
   EXPECT_TRUE(gather(chunk, makeChunk<double>({3, 4}), {0, 1}, 0, 2, 0, 0));  // items of no elements
   EXPECT_EQ(elementsOf<double>(chunk), (std::vector<double>{1, 2}));
+
+  const Indices* const places = nullptr;
+  EXPECT_TRUE(Tresk::CreateIndirection(chunk, makeChunk<double>({3, 4}), places, places, 0, 2, 0, 0, 1));
+  EXPECT_EQ(elementsOf<double>(chunk), (std::vector<double>{3, 4}));
 }
 
 TEST_F(TransformInput, IndirectionBeyondTheDestination) {
