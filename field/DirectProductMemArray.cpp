@@ -258,7 +258,7 @@ template <class T, class Kind, int N>
 MemBasePtr DirectProductMemArray<T, Kind, N>::createOnChunk(const ChunkPtr& chunk,
                                                             const CreatorWeakPtr& creator) const {
   const MultiIndex<N> size = this->getIndexSize();
-  if (!chunk || chunk->size() != size.nElements()) return MemBasePtr();
+  if (!chunk || chunk->size() != Detail::allocationSize(size)) return MemBasePtr();
   return MemBasePtr(new MemArray<N, T>(chunk, size, creator));
 }
 

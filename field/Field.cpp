@@ -9,6 +9,7 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <functional>
 #include <stdexcept>
 
 namespace Tresk {
@@ -41,6 +42,20 @@ class CreatorKeeper {
   Ostrel::WeakPtr<Ostrel::Creature, Ostrel::Creature> former_;
   bool isAccepted_ = false;
 };
+
+/// How many entries ahead memory is asked for: entries in disorder lead anywhere.
+constexpr std::size_t Ahead = 8;
+
+/// Calls `f` for each creator of the entries, in their order.
+template <class F>
+void forEachCreator(const fragment_copy_t& entries, const F& f) {
+  const std::size_t n = entries.size();
+  for (std::size_t i = 0; i < n; ++i) {
+    if (i + 2 * Ahead < n) __builtin_prefetch(entries[i + 2 * Ahead].second.getRecord());
+    if (i + Ahead < n) __builtin_prefetch(entries[i + Ahead].second.get());
+    if (entries[i].second) f(entries[i].second);
+  }
+}
 
 }  // namespace
 
@@ -326,13 +341,35 @@ CreatorPtr& Field::setCreatorViaFragmentIndex(unsigned int number, const Creator
 
 CreatorPtr& Field::bind(unsigned int number, const CreatorPtr& creator) {
   // The owner first: a creator that is bound is owned. What fails leaves all as it was.
-  const bool isNew = creator && creator->addOwner(getSelf());
-  try {
-    return store(number, creator);
-  } catch (...) {
-    if (isNew) creator->removeOwner(getSelf());
-    throw;
+  if (!creator) return store(number, creator);
+  if (creator->addOwner(getSelf())) {
+    try {
+      return store(number, creator);
+    } catch (...) {
+      Entering entering{creator.get()};
+      disown({&entering, 1});
+      throw;
+    }
   }
+  CreatorPtr& slot = store(number, creator);
+  creator->addOwner(getSelf());  // once more: a thread that failed to bind it may have taken the owner away meanwhile
+  return slot;
+}
+
+void Field::disown(std::span<Entering> entering) noexcept {
+  std::sort(entering.begin(), entering.end(),
+            [](const Entering& a, const Entering& b) { return std::less<>()(a.creator, b.creator); });
+  const FieldWeakPtr self = getSelf();
+  // In one step with the search, so that no other thread binds one of them in between.
+  const ExclusiveFragmentLock lock(mutex_);
+  for (const CreatorPtr& bound : fragments_.values) {
+    const auto place =
+        std::lower_bound(entering.begin(), entering.end(), bound.get(),
+                         [](const Entering& e, const CreativeArrayBase* p) { return std::less<>()(e.creator, p); });
+    if (place != entering.end() && place->creator == bound.get()) place->isBound = true;
+  }
+  for (const Entering& e : entering)
+    if (!e.isBound) e.creator->removeOwner(self);
 }
 
 void Field::setCreatorsViaFragmentIndex(const fragment_copy_t& entries) {
@@ -354,21 +391,24 @@ void Field::setCreatorsViaFragmentIndex(const fragment_copy_t& entries) {
   std::vector<CreatorPtr> former;  // die after the lock: the ends of replaced creators may ask this field
   former.reserve(nDistinct);
   // Owners first: a creator that is bound is owned. What fails leaves all as it was.
-  std::vector<CreativeArrayBase*> entered;
-  entered.reserve(entries.size());
+  std::vector<Entering> entering;
+  entering.reserve(entries.size());
   const FieldWeakPtr self = getSelf();
   try {
-    for (const auto& [number, creator] : entries)
-      if (creator && creator->addOwner(self)) entered.push_back(creator.get());
+    forEachCreator(entries, [&](const CreatorPtr& creator) {
+      if (creator->addOwner(self)) entering.push_back({creator.get()});
+    });
     const ExclusiveFragmentLock lock(mutex_);
     merge(order, entries, former);
   } catch (...) {
-    for (CreativeArrayBase* const creator : entered) creator->removeOwner(self);
+    disown(entering);
     throw;
   }
+  if (entering.size() < entries.size()) {  // some were owned before; see `bind`
+    forEachCreator(entries, [&self](const CreatorPtr& creator) { creator->addOwner(self); });
+  }
   Ostrel::Ageable& age = Ostrel::Ageable::touch();
-  for (const auto& [number, creator] : entries)
-    if (creator) creator->forEachOwner(&age);
+  forEachCreator(entries, [&age](const CreatorPtr& creator) { creator->forEachOwner(&age); });
 }
 
 void Field::merge(const std::vector<std::uint64_t>& order, const fragment_copy_t& entries,
@@ -391,9 +431,10 @@ void Field::merge(const std::vector<std::uint64_t>& order, const fragment_copy_t
   if (nAll > keys.capacity()) keys.reserve(std::max(nAll, 2 * nFormer));
   if (nAll > values.capacity()) values.reserve(std::max(nAll, 2 * nFormer));
   if (nFormer == 0 || keys.back() < numberOf(order.front())) {
-    for (const std::uint64_t place : order) {
-      keys.push_back(numberOf(place));
-      values.push_back(creatorOf(place));
+    for (std::size_t i = 0; i < order.size(); ++i) {
+      if (i + Ahead < order.size()) __builtin_prefetch(creatorOf(order[i + Ahead]).getRecord());
+      keys.push_back(numberOf(order[i]));
+      values.push_back(creatorOf(order[i]));
     }
     return;
   }

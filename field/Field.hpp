@@ -12,6 +12,7 @@
 #include <list>
 #include <map>
 #include <optional>
+#include <span>
 #include <string>
 #include <utility>
 #include <vector>
@@ -280,6 +281,13 @@ class TRESK_EXPORT Field : public CreatorContainer,
       TRESK_REQUIRES(mutex_);
   /// The same, and enters the field as an owner of the creator before.
   CreatorPtr& bind(unsigned int number, const CreatorPtr& creator) TRESK_EXCLUDES(mutex_);
+  /// A creator that has got this field as an owner on its way into the table.
+  struct Entering {
+    CreativeArrayBase* creator;
+    bool isBound = false;  ///< by another thread, meanwhile
+  };
+  /// Takes this field from the owners of creators that have not come into the table.
+  void disown(std::span<Entering> entering) noexcept TRESK_EXCLUDES(mutex_);
   /// Marks the field as changed and tells the owners of the creator.
   void touchAndTell(const CreatorPtr& creator);
   template <class F>

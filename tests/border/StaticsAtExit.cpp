@@ -2,7 +2,8 @@
 // Copyright (c) 2026 the Tresk authors
 
 // Fields and creators that a program keeps in objects of static storage. These are older than whatever the library makes
-// when it is first used, and so outlive it: the last fields and data go when the library's own statics are gone.
+// when it is first used, and so outlive it: the last fields and data go when those of the library's own statics that end
+// at all have ended.
 
 #include <tresk/field/AsynchronCreator.hpp>
 #include <tresk/field/ComputationalField.hpp>

@@ -96,6 +96,7 @@ TEST(FieldSlotOrderTest, OperationsOfCreatorsThatAreNotVirtual) {
 class DyingField : public Field {
  public:
   ~DyingField() override { ++nDestroyed; }
+  static void* operator new(std::size_t nBytes) { return ::operator new(nBytes); }
   static void operator delete(void* memory) {
     ++nDeleted;
     ::operator delete(memory);
@@ -117,7 +118,7 @@ TEST(FieldSlotOrderTest, Field) {
   callSlot(field, 1);
   EXPECT_EQ(DyingField::nDestroyed, 2);
   EXPECT_EQ(DyingField::nDeleted, 1) << "slot 1 destroys only";
-  ::operator delete(field);
+  DyingField::operator delete(field);
 }
 
 TEST(FieldSlotOrderTest, TheSlotsOfAFieldAreFourDifferentFunctions) {

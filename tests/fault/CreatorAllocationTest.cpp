@@ -143,6 +143,18 @@ TEST_F(CreatorAllocationTest, ProductionsYieldDataOrThrowAndLeaveTheCreatorEmpty
   each.changes(
       "functional creator, without the cache", make, [](auto& a) { a.made = a.creator->produce(); },
       [](const auto& a) { return isEmpty(a); }, [](const auto& a) { return isThree(a.made) && a.creator->hasData(); });
+  /// A creator with a computation of its own.
+  class Triple final : public FunctionalCreatorBase {
+   public:
+    explicit Triple(const CacheWeakPtr& cache) : FunctionalCreatorBase(false, cache) {}
+    MemBasePtr compute() const override { return makeThree(); }
+  };
+  each.changes(
+      "derived functional creator",
+      [&] {
+        return Attempt<Triple>{KindPtr<Triple>(new Triple(cache)), {}};
+      },
+      [](auto& a) { a.made = a.creator->create(false); }, [](const auto& a) { return isEmpty(a); }, isMade);
   using Computing = OnDemandCreator<TreskTest::SharedComputer, 1, double>;
   each.changes(
       "creator with a computer",
@@ -159,6 +171,13 @@ TEST_F(CreatorAllocationTest, ProductionsYieldDataOrThrowAndLeaveTheCreatorEmpty
         return attempt;
       },
       [](auto& a) { a.made = a.creator->create(false); }, [](const auto& a) { return isEmpty(a); }, isMade);
+}
+
+TEST_F(CreatorAllocationTest, HooksOfWhichTheDefaultDoesNothingNeedNoMemory) {
+  const KindPtr<FunctionalCreator> creator = makeFunctional();
+  each.needsNone("trying again", [&] { return !creator->retryCreation(*creator); });
+  each.needsNone("discarding", [&] { return !creator->discardCreation(); });
+  each.needsNone("state", [&] { return !creator->isUnderCreation() && !creator->hasData() && !creator->isKept(); });
 }
 
 TEST_F(CreatorAllocationTest, ProductionsOfWhichACacheTellsYieldDataOrThrow) {
@@ -402,6 +421,7 @@ TEST_F(AsynchronAllocationTest, WorkOnACallersThreadYieldsDataOrThrows) {
   each.makes(
       "access", [&] { return creator->create(false); }, isThree);
   EXPECT_FALSE(creator->hasFailed());
+  each.needsNone("discarding", [&] { return !creator->discardCreation() && creator->getType() == typeid(void); });
 }
 
 TEST_F(AsynchronAllocationTest, WorkThatFindsNoMemoryOnItsThreadLeavesTheCreatorStuckAndTellsOnce) {

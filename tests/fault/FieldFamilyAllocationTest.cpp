@@ -321,6 +321,18 @@ TEST(FieldFamilyAllocationTest, ComputedFieldsAreMadeOrNot) {
         right->getCreatorByNumericalID(2)->release();
         return dynamic_cast<const MemArray<1, double>&>(*s.data).last() == 3;
       });
+  using Product = BinaryOperator<Quorvel::Operator<'*'>, double, double, double>;
+  each.changes(
+      "data of a product",
+      [&] {
+        return Sum{combineFields<Product>(left, right), {}};
+      },
+      [](Sum& s) { s.data = s.field->getDataByNumericalID(2); },
+      [](const Sum& s) { return !s.data && !s.field->getCreatorByNumericalID(2)->hasData(); },
+      [](const Sum& s) { return dynamic_cast<const MemArray<1, double>&>(*s.data).last() == 2.25; });
+  each.makes(
+      "product", [&] { return combineFields<Product>(left, right); },
+      [](const FieldPtr& p) { return p->nFragments() == 3 && p->Dims() == 1; });
 }
 
 // ---------------------------------------------------------------------------------------------------------- accounts

@@ -13,6 +13,7 @@
 #include <tresk/foundation/Diagnostics.hpp>
 
 #include <support/FieldDoubles.hpp>
+#include <support/RaceRunner.hpp>
 
 #include <gtest/gtest.h>
 
@@ -191,6 +192,34 @@ TEST_F(WholeOrNotAtAllTest, CreatorIsBoundAndOwnedOrNothingHasChanged) {
         b.field->setCreatorsViaFragmentIndex({{0U, b.creator}});
       },
       asBefore, done);
+}
+
+TEST_F(WholeOrNotAtAllTest, CreatorThatAnotherThreadFailsToBindIsOwnedAllTheSame) {
+  for (int i = 0; i < 4000; ++i) {
+    const FieldPtr field(new Field);
+    for (unsigned int number = 0; number < 4; ++number) field->setCreatorViaFragmentIndex(number, CreatorPtr());
+    const CreatorPtr creator = TreskTest::makeForgetful();
+    int nFailed = 0;
+    TreskTest::RaceRunner race;
+    race.add([&](int) { field->setCreatorViaFragmentIndex(0, creator); });
+    race.add([&](int) {
+      const Tresk::fragment_copy_t entries = {{9U, creator}};  // the table has no room for a fifth
+      const TreskTest::FailingAllocation failing(i / 2 % 8, TreskTest::FailingAllocation::Kind::FromThereOn);
+      try {
+        if (i % 2 == 0)
+          field->setCreatorsViaFragmentIndex(entries);
+        else
+          field->setCreatorViaFragmentIndex(9, creator);
+      } catch (const std::bad_alloc&) {
+        TreskTest::FailingAllocation::end();
+        ++nFailed;
+      }
+      TreskTest::FailingAllocation::end();
+    });
+    race.run();
+    EXPECT_EQ(field->getCreatorByNumericalID(0), creator);
+    EXPECT_TRUE(creator->isOwnedBy(field->getSelf())) << "round " << i << ", failures " << nFailed;
+  }
 }
 
 TEST_F(WholeOrNotAtAllTest, DataKeepTheirCreatorWhenAnotherCannotBeMade) {

@@ -4,6 +4,7 @@
 
 #include <support/PointerClasses.hpp>
 #include <support/RecordBalance.hpp>
+#include <support/SpeakRecorder.hpp>
 
 #include <gtest/gtest.h>
 
@@ -31,15 +32,33 @@ using TreskTest::Shifted;
 using TreskTest::ShiftedLeaf;
 using TreskTest::Virtual;
 
+/// An object that resurrects itself at its first last release.
+class Reviving : public Root {
+ public:
+  void extremeUnction() override {
+    if (std::exchange(hasRevived_, true)) return;
+    kept.emplace_back(this);
+  }
+
+  static inline std::vector<StrongPtr<Root, Root>> kept;  ///< in the order of the resurrections
+
+ private:
+  bool hasRevived_ = false;
+};
+
 /// What the machine knows of one record.
 struct MachineRecord {
   int strong = 1;
   int weak = 2;
   bool isClaimed = false;
   bool hasObject = true;
-  int kind = 0;  ///< index of the class of the object in `Types`
+  int kind = 0;  ///< index of the class of the object in `Types`, or `RevivingKind`
   Root* object = nullptr;
+  int nForsaken = 0;  ///< units of the strong count that no pointer will ever give back
+  bool hasRevived = false;
 };
+
+constexpr int RevivingKind = 4;
 
 /// Counts as the steps say.
 class Machine {
@@ -83,6 +102,13 @@ class Machine {
       --r.strong;
       return;
     }
+    if (r.kind == RevivingKind && !std::exchange(r.hasRevived, true)) {
+      r.strong = 2;  // of the pointer that the hook keeps, and the one that was to be released
+      ++r.weak;
+      ++r.nForsaken;
+      revived.push_back(i);
+      return;
+    }
     r.strong = -111;
     r.hasObject = false;
     releaseWeak(i);  // the self pointer, in the destructor
@@ -99,14 +125,28 @@ class Machine {
     --at(i).weak;
     releaseWeak(i);
   }
+  bool resetUnlessLast(Index i) {
+    if (i == None) return true;
+    if (at(i).strong == 1) return false;
+    if (at(i).strong > 1) --at(i).strong;
+    releaseWeak(i);
+    return true;
+  }
+  void forsake(Index i) {
+    if (i == None) return;
+    if (at(i).strong > 0) ++at(i).nForsaken;
+    releaseWeak(i);
+  }
   bool isAlive(Index i) { return i != None && at(i).hasObject && at(i).strong >= 1; }
 
   std::vector<MachineRecord> records;
+  std::vector<Index> revived;  ///< in the order of the resurrections
   long long nDeleted = 0;
 };
 
 using Types = std::tuple<Root, Shifted, ShiftedLeaf, Virtual>;
 constexpr int nTypes = std::tuple_size_v<Types>;
+static_assert(RevivingKind == nTypes);
 constexpr int nSlots = 5;
 
 /// Whether an object of class number `kind` is a class number `type`.
@@ -129,7 +169,7 @@ class Comparison {
   explicit Comparison(unsigned int seed) : random_(seed) {}
 
   void step() {
-    switch (pick(15)) {
+    switch (pick(18)) {
       case 0:
         makeObject();
         break;
@@ -172,8 +212,18 @@ class Comparison {
       case 13:
         withType([this]<class T>() { forget<T>(); });
         break;
-      default:
+      case 14:
         withType([this]<class T>() { pin<T>(); });
+        break;
+      case 15:
+        withType([this]<class T>() { resetUnlessLast<T>(); });
+        break;
+      case 16:
+        withTwoTypes([this]<class T, class U>() { fill<T, U>(); });
+        break;
+      default:
+        // Rare, as the object then stays to the end.
+        if (pick(8) == 0) withType([this]<class T>() { forsake<T>(); });
         break;
     }
   }
@@ -189,9 +239,12 @@ class Comparison {
     int nObjects = 0;
     for (const MachineRecord& record : machine_.records) nObjects += record.hasObject ? 1 : 0;
     EXPECT_EQ(nAliveObjects, nObjects) << last_;
+    EXPECT_EQ(Reviving::kept.size(), machine_.revived.size()) << last_;
+    EXPECT_EQ(speaker_.unctionChanges().size(), machine_.revived.size()) << last_;
+    EXPECT_TRUE(speaker_.invalidWeaks().empty()) << last_;
   }
 
-  /// Empties all slots, and deletes what nobody ever claimed.
+  /// Empties all slots, and deletes what nobody ever claimed and what keeps a unit that nobody gives back.
   void finish() {
     withEveryType([this]<class T>() {
       for (auto& slot : slots<T>().strong) {
@@ -199,9 +252,15 @@ class Comparison {
         machine_.releaseStrong(std::exchange(slot.model, Machine::None));
       }
     });
+    for (std::size_t i = 0; i < Reviving::kept.size(); ++i) {
+      EXPECT_EQ(Reviving::kept[i].strongCount(), machine_.at(machine_.revived[i]).strong);
+      Reviving::kept[i].reset();
+      machine_.releaseStrong(machine_.revived[i]);
+    }
     for (MachineRecord& record : machine_.records) {
       if (!record.hasObject) continue;
-      EXPECT_FALSE(record.isClaimed);
+      EXPECT_EQ(record.strong, record.isClaimed ? record.nForsaken : 1);
+      EXPECT_EQ(record.object->getRecord()->strong.load(), record.strong);
       delete record.object;
       machine_.dieUnclaimed(static_cast<Machine::Index>(&record - machine_.records.data()));
     }
@@ -270,6 +329,8 @@ class Comparison {
         return new Shifted;
       case 2:
         return new ShiftedLeaf;
+      case RevivingKind:
+        return new Reviving;
       default:
         return new Virtual;
     }
@@ -288,7 +349,7 @@ class Comparison {
 
   void makeObject() {
     last_ = "first strong pointer";
-    const int kind = pick(nTypes);
+    const int kind = pick(nTypes + 1);
     Root* const object = makeAny(kind);
     const Machine::Index model = machine_.construct(kind, object);
     auto& slot = anyStrong<Root>();
@@ -299,7 +360,7 @@ class Comparison {
 
   void makeUnclaimed() {
     last_ = "weak pointer to an unclaimed object";
-    const int kind = pick(nTypes);
+    const int kind = pick(nTypes + 1);
     Root* const object = makeAny(kind);
     const Machine::Index model = machine_.construct(kind, object);
     auto made = std::make_unique<WeakPtr<Root, Root>>(object);
@@ -465,6 +526,34 @@ class Comparison {
   }
 
   template <class T>
+  void resetUnlessLast() {
+    last_ = "reset unless last";
+    auto& slot = anyStrong<T>();
+    const bool isReset = machine_.resetUnlessLast(slot.model);
+    EXPECT_EQ(slot.pointer->resetUnlessLast(), isReset);
+    if (isReset) slot.model = Machine::None;
+  }
+
+  template <class T, class U>
+  void fill() {
+    last_ = "fill";
+    auto& source = anyStrong<U>();
+    auto& target = anyStrong<T>();
+    if (target.model != Machine::None) return;
+    target.pointer->fill(*source.pointer);
+    machine_.copyStrong(source.model);
+    target.model = source.model;
+  }
+
+  template <class T>
+  void forsake() {
+    last_ = "forget";
+    auto& slot = anyStrong<T>();
+    slot.pointer->forget();
+    machine_.forsake(std::exchange(slot.model, Machine::None));
+  }
+
+  template <class T>
   static constexpr int typeNumber() {
     if constexpr (std::is_same_v<T, Root>) return 0;
     if constexpr (std::is_same_v<T, Shifted>) return 1;
@@ -488,6 +577,9 @@ class Comparison {
     EXPECT_EQ(pointer.getRecord()->deferred.load(), record.isClaimed ? 2 : 0) << last_;
     const bool isValid = machine_.isAlive(slot.model) && isA(record.kind, typeNumber<T>());
     EXPECT_EQ(pointer.isValid(), isValid) << last_;
+    if constexpr (requires { pointer.holdsObject(); }) {
+      EXPECT_EQ(pointer.holdsObject(), isValid) << last_;
+    }
     if (isValid)
       EXPECT_EQ(pointer.get(), dynamic_cast<T*>(record.object)) << last_;
     else
@@ -502,6 +594,7 @@ class Comparison {
   }
 
   std::mt19937 random_;
+  TreskTest::SpeakRecorder speaker_;
   Machine machine_;
   std::tuple<Slots<Root>, Slots<Shifted>, Slots<ShiftedLeaf>, Slots<Virtual>> slots_;
   std::string last_;
@@ -511,6 +604,7 @@ class PointerPropertyTest : public TreskTest::RecordBalanceTest, public ::testin
 
 TEST_P(PointerPropertyTest, RandomOperationsAgreeWithTheReferenceMachine) {
   const int nAliveAtStart = Root::nAlive;
+  Reviving::kept.clear();
   Comparison comparison(GetParam());
   for (int i = 0; i < 3000 && !HasFailure(); ++i) {
     comparison.step();
@@ -520,6 +614,7 @@ TEST_P(PointerPropertyTest, RandomOperationsAgreeWithTheReferenceMachine) {
   comparison.check(nLiveSinceStart(), Root::nAlive - nAliveAtStart);
   comparison.dropWeak();
   comparison.check(nLiveSinceStart(), Root::nAlive - nAliveAtStart);
+  Reviving::kept.clear();
 }
 
 INSTANTIATE_TEST_SUITE_P(Seeds, PointerPropertyTest, ::testing::Range(1U, 13U));

@@ -414,6 +414,9 @@ TEST_F(ArrayInput, DirectProductCreateOnChunk) {
   EXPECT_FALSE(grid->createOnChunk(killed(makeChunk<Point>(2)), nobody));
   EXPECT_FALSE(grid->createOnChunk(makeChunk<Point>(3), nobody));
   EXPECT_FALSE(grid->createOnChunk(makeChunk<double>(2), nobody)->getChunk());
+  const MemBasePtr vast(
+      new Grid(MultiIndex<3>(HalfWidth, HalfWidth, 1), Point(0, 0, 0), Grid::Vector(1, 1, 1), nobody));
+  EXPECT_FALSE(vast->createOnChunk(makeChunk<Point>(0), nobody)) << "its number of points is 0 modulo 2^64 only";
 }
 
 TEST_F(ArrayInput, UniformGrid) {

@@ -10,6 +10,7 @@
  *   CopyStrong                  StrongPtr::StrongPtr(const StrongPtr&), StrongPtr::acquire
  *   ReleaseStrong               StrongPtr::reset, StrongPtr::drop, releaseStrongUnit
  *   ResetUnlessLast             StrongPtr::resetUnlessLast
+ *   MakePin                     Pin::Pin; ReleaseStrong is Pin::~Pin, too
  *   IsValid                     DynPtrRoot::isValid
  *   DestroyObject               ReferenceBase::~ReferenceBase, reached by `delete` in releaseStrongUnit
  *   DieUnclaimed                the same, of an object that never had a strong pointer
@@ -26,6 +27,7 @@
  *   HOOK           0 the default hook, which is left out; 1 a hook that does nothing; 2 one that takes a strong pointer
  *                  and drops it; 3 one that keeps a strong pointer the first time
  *   T_IS_NOT_B     pointers have a typed object, which a cast finds by reading the object
+ *   WITH_PINS      threads pin the object beside, also before anybody has held it
  *
  * Properties, in every reachable state
  *   - nobody touches the record after its last weak count, and it goes back to the pool once;
@@ -302,6 +304,23 @@ inline ResetUnlessLast(p) {
   fi
 }
 
+#ifdef WITH_PINS
+#define NPOINTERS 3
+#else
+#define NPOINTERS 2
+#endif
+
+/* Pointer 2 is the pin: it never claims the unit of the birth. */
+inline MakePin() {
+  RaiseWeak();
+  RaiseStrong();
+  atomic { hasUnit[2] = isRaised; isRaised = 0; hasRecord[2] = 1 };
+  if
+  :: hasUnit[2] -> TOUCH_OBJECT
+  :: else
+  fi
+}
+
 #define CLAIM 1
 #define COPY 2
 #define OBSERVE 3
@@ -309,11 +328,13 @@ inline ResetUnlessLast(p) {
 #define FORGET 5
 #define USE 6
 #define RESET_UNLESS_LAST 7
+#define PIN 8
+#define RELEASE_PIN 9
 
 proctype Thread(bit holds; bit observes) {
-  bit hasRecord[2];         /* strong pointers 0 and 1: bound to the record */
-  bit hasUnit[2];           /* ghost: owns a unit of the strong count */
-  bit isTyped[2];
+  bit hasRecord[NPOINTERS]; /* strong pointers 0 and 1, and the pin: bound to the record */
+  bit hasUnit[NPOINTERS];   /* ghost: owns a unit of the strong count */
+  bit isTyped[NPOINTERS];
   bit hasWeak;
   byte n;
   byte operation;
@@ -330,6 +351,9 @@ proctype Thread(bit holds; bit observes) {
        if
 #ifdef START_BORN
        :: n == 0 -> operation = CLAIM; n++
+#ifdef WITH_PINS
+       :: n == 0 && !hasRecord[2] -> operation = PIN
+#endif
        :: n > 0 && n < NOPS ->
 #else
        :: n < NOPS ->
@@ -348,12 +372,21 @@ proctype Thread(bit holds; bit observes) {
           :: hasRecord[0] -> operation = USE
           :: hasRecord[1] -> operation = USE; i = 1
           :: hasRecord[0] -> operation = RESET_UNLESS_LAST
+#ifdef WITH_PINS
+          :: hasWeak && !hasRecord[2] -> operation = PIN
+          :: hasRecord[2] -> operation = RELEASE_PIN
+#endif
           :: n = NOPS; operation = 0
           fi
        :: n == NOPS && hasRecord[1] -> operation = RELEASE; i = 1
        :: n == NOPS && !hasRecord[1] && hasRecord[0] -> operation = RELEASE
        :: n == NOPS && !hasRecord[1] && !hasRecord[0] && hasWeak -> operation = FORGET
+#ifdef WITH_PINS
+       :: n == NOPS && !hasRecord[1] && !hasRecord[0] && !hasWeak && hasRecord[2] -> operation = RELEASE_PIN
+       :: n == NOPS && !hasRecord[1] && !hasRecord[0] && !hasWeak && !hasRecord[2] -> break
+#else
        :: n == NOPS && !hasRecord[1] && !hasRecord[0] && !hasWeak -> break
+#endif
        fi
      };
      if
@@ -361,6 +394,24 @@ proctype Thread(bit holds; bit observes) {
      :: operation == COPY -> CopyStrong()
      :: operation == OBSERVE -> RaiseWeak(); hasWeak = 1
      :: operation == RELEASE -> ReleaseStrong(i)
+#ifdef WITH_PINS
+     :: operation == PIN -> MakePin()
+     :: operation == RELEASE_PIN ->
+#ifdef WITHOUT_RELEASING_PINS_LIKE_POINTERS
+        atomic {
+          TOUCH_RECORD;
+          if
+          :: hasUnit[2] -> strong--; nUnits--; hasUnit[2] = 0
+          :: else
+          fi
+        };
+        LowerWeak();
+        hasRecord[2] = 0
+#else
+        i = 2;
+        ReleaseStrong(i)
+#endif
+#endif
      :: operation == FORGET -> LowerWeak(); hasWeak = 0
      :: operation == RESET_UNLESS_LAST -> ResetUnlessLast(i)
      :: operation == USE ->

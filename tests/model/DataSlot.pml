@@ -15,7 +15,8 @@
  *   ForgetIfSole          StrongPtr::forgetIfSole: AlzheimerCreator::release
  *   Drop                  StrongPtr::drop with releaseStrongUnit, and the default hook: ~StrongPtr of an own pointer
  * Each access to the slot and to a field of a record is a step of its own. A loop of compare-and-swap that gives up at
- * zero decides at its last look, and so is one step. Orders of memory are sequentially consistent here.
+ * zero decides at its last look, and so is one step. One exception: Assign makes its own reference to its new data,
+ * which no other thread knows yet, with both counts in one step. Orders of memory are sequentially consistent here.
  *
  * Each thread makes NOPS free choices and holds the result of one, until the next choice drops it. Records are numbered
  * from 1 and are used again lowest first, so that a number read from the slot leads to other data as often as possible.
