@@ -26,10 +26,12 @@ class TRESK_EXPORT CoordinateAxisArray<double, LinearCoordinateAxisArray> : publ
   CoordinateAxisArray(double origin, double step, unsigned long long count);
   ~CoordinateAxisArray() override;
 
+  /// The number of positions, which is not that of the doubles in the chunk.
   unsigned long long nPositions() const noexcept { return count_; }
-  /// Position `i`: the product of `i` as a double and the step, then the sum with the origin, each rounded by itself.
+  /// Position `i`, which is not tested: the product of `i` as a double and the step, then the sum with the origin, each
+  /// rounded by itself.
   double getPosition(unsigned long long i) const noexcept;
-  /// All positions, written to `out`.
+  /// All positions, written to `out`, which has room for `nPositions()` doubles.
   void writePositions(double* out) const noexcept;
 
  private:
@@ -40,26 +42,31 @@ class TRESK_EXPORT CoordinateAxisArray<double, LinearCoordinateAxisArray> : publ
 template <>
 class TRESK_EXPORT CoordinateAxisArray<double, ExplicitCoordinateAxisArray> : public Ostrel::Chunk<double> {
  public:
+  /// Copies the positions, which may stand in any order.
   explicit CoordinateAxisArray(const std::vector<double>& positions);
   ~CoordinateAxisArray() override;
 
+  /// The number of positions.
   unsigned long long nPositions() const noexcept { return this->std::vector<double>::size(); }
   /// Position `i`, which is not tested.
   double getPosition(unsigned long long i) const noexcept { return (*this)[i]; }
-  /// All positions, written to `out`.
+  /// All positions, written to `out`, which has room for `nPositions()` doubles.
   void writePositions(double* out) const noexcept;
 
   /// For callers that look positions up; empty when made, and not copied with the axis.
   std::map<double, unsigned long long> lookup;
 };
 
+/// An axis, held.
 template <class Kind>
 using CoordinateAxisPtr = Ostrel::StrongPtr<CoordinateAxisArray<double, Kind>, Ostrel::ChunkBase>;
 
-/// An axis of equal content.
+///@{
+/// A new axis of the same positions.
 TRESK_EXPORT CoordinateAxisPtr<LinearCoordinateAxisArray> copyAxis(
     const CoordinateAxisArray<double, LinearCoordinateAxisArray>& axis);
 TRESK_EXPORT CoordinateAxisPtr<ExplicitCoordinateAxisArray> copyAxis(
     const CoordinateAxisArray<double, ExplicitCoordinateAxisArray>& axis);
+///@}
 
 }  // namespace Tresk

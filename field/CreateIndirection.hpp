@@ -38,6 +38,7 @@ TRESK_EXPORT bool CreateIndirection(const Ostrel::StrongPtr<Ostrel::ChunkBase, O
                                     const std::vector<unsigned int>* srcIndices, unsigned long long begin,
                                     unsigned long long end, int dstOffset, int srcOffset,
                                     unsigned long long components);
+/// The same with indices of 64 bits.
 TRESK_EXPORT bool CreateIndirection(const Ostrel::StrongPtr<Ostrel::ChunkBase, Ostrel::ChunkBase>& dst,
                                     const Ostrel::StrongPtr<Ostrel::ChunkBase, Ostrel::ChunkBase>& src,
                                     const std::vector<unsigned long long>* dstIndices,
@@ -49,9 +50,11 @@ TRESK_EXPORT bool CreateIndirection(const Ostrel::StrongPtr<Ostrel::ChunkBase, O
 /// `components` elements.
 ///
 /// The source is read through its whole chunk, also if it is a view of a part.
+/// \param source the array that is read
 /// \param indices a chunk of `unsigned int` or `unsigned long long`, none beyond the source
 /// \param size of the result. It must have at least as many elements as there are indices, which is tested, and
 /// `components` times as many if there are several components, for which the caller answers
+/// \param components adjacent elements of one item
 /// \return null if the source is empty or of an element type that `CreateIndirection` does not serve, if the indices
 /// are of another type, if the result has less elements than there are indices, or if there is no array of its rank
 /// Errors: `std::length_error` and `std::bad_alloc` of the new array.

@@ -29,10 +29,10 @@ struct TRESK_EXPORT SampleParameters {
 /// is copied and the answer is true all the same, deliberately: a caller who cares compares the sizes before.
 ///
 /// \return false if the source is empty or of no such type, or if the destination is of another type than the source
-/// Errors: `std::length_error` if a vector cannot hold the new chunk, `std::bad_alloc`; `destination` is as before then.
+/// Errors: `std::length_error` if a vector cannot hold the new chunk, `std::bad_alloc`; `destination` is then as
+/// before.
 /// Threads: runs on all threads of OpenMP, in equal parts; on one with a destination stride of 0 and where the library
-/// has no OpenMP. The places read and
-/// written of one chunk must not overlap, and the chunks must not change meanwhile.
+/// has no OpenMP. The places read and written of one chunk must not overlap, and the chunks must not change meanwhile.
 /// Cost: one cast of each chunk, then one flat loop; unit strides are a copy of bytes.
 TRESK_EXPORT bool CreateSample(Ostrel::StrongPtr<Ostrel::ChunkBase, Ostrel::ChunkBase>& destination,
                                const Ostrel::StrongPtr<Ostrel::ChunkBase, Ostrel::ChunkBase>& source,
@@ -40,9 +40,9 @@ TRESK_EXPORT bool CreateSample(Ostrel::StrongPtr<Ostrel::ChunkBase, Ostrel::Chun
 /// The same for the chunks of two arrays; false if an array or its chunk is missing.
 TRESK_EXPORT bool CreateSample(const MemBasePtr& destination, const MemBasePtr& source,
                                const SampleParameters& parameters);
-/// A new array of rank 1 and the given size with the sample. A source or a size that is too small leaves its
-/// elements as they were made. Null in place of false, and for an element type of which no array can be made.
-/// \param creator is not used, deliberately: the new array belongs to no creator
+/// A new array of rank 1 and the given size, in elements, with the sample. A source or a size that is too small leaves
+/// its elements as they were made. Null in place of false, and for an element type of which no array can be made.
+/// `creator` is not used, deliberately: the new array belongs to no creator.
 TRESK_EXPORT MemBasePtr CreateSample(const MemBasePtr& source, unsigned long long size,
                                      const SampleParameters& parameters, const CreatorWeakPtr& creator);
 

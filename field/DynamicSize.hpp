@@ -18,6 +18,7 @@ class TRESK_EXPORT DynamicSize {
  public:
   /// Rank 0, without an array of extents.
   DynamicSize() noexcept = default;
+  /// A copy of rank and extents.
   DynamicSize(const DynamicSize& other);
   /// A size of the given extents, lowest dimension first. No extents give rank 0.
   DynamicSize(std::initializer_list<unsigned long long> extents);
@@ -29,6 +30,7 @@ class TRESK_EXPORT DynamicSize {
   /// size with an array of no extents, whose product of extents is 1; a negative rank throws
   /// `std::bad_array_new_length`.
   DynamicSize(int rank, const DynamicSize& a, const DynamicSize& b);
+  /// Takes over rank and extents; without memory for them this size stays as it was.
   DynamicSize& operator=(const DynamicSize& other);
   ~DynamicSize();
 
@@ -45,7 +47,7 @@ class TRESK_EXPORT DynamicSize {
   bool operator!=(const DynamicSize& other) const noexcept;
 
   /// Adds the extents of `other`, both sizes aligned at index 0. Dimensions that only `other` has are taken over
-  /// unchanged; an empty size becomes a copy of `other`.
+  /// unchanged; an empty size becomes a copy of `other`. Without memory for it this size stays as it was.
   DynamicSize& operator+=(const DynamicSize& other);
 
   /// The extents in decimal, lowest dimension first, joined by "x": 128x64x3. Empty for rank 0.

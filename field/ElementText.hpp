@@ -16,6 +16,7 @@ namespace Tresk {
 
 /// The shortest decimal text that reads back to the same value.
 TRESK_EXPORT std::string elementText(double value);
+/// The number in decimal.
 TRESK_EXPORT std::string elementText(unsigned int value);
 /// The name between brackets and quotation marks; an empty name for an empty or dead pointer.
 TRESK_EXPORT std::string elementText(const FragmentIDPtr& fragment);

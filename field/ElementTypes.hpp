@@ -32,9 +32,10 @@ template <class... Types>
 struct TypeSequence {};
 
 namespace Detail {
+/// The table begins with a comma: a first type is put before it, and left out here.
 template <class First, class... Rest>
 struct WithoutFirst {
-  using Type = TypeSequence<Rest...>;
+  using Type = TypeSequence<Rest...>;  ///< the other types
 };
 }  // namespace Detail
 
@@ -44,32 +45,33 @@ using ElementTypeSequence = Detail::WithoutFirst<void TRESK_FOR_EACH_ELEMENT_TYP
 #undef TRESK_APPEND_TYPE
 
 /// The constants of an element type: the row of its record. Specialised for each type; a library that brings a type
-/// of its own specialises it too, mostly by deriving from one of the classes below.
-///
-/// `ComponentType` is the type of an elementary component, `ChartType` the chart or `void`; `multiplicity` the number
-/// of components; `rank`, `grade` and `indexKind` those of a tensor; `chartComponentName(i)` names a coordinate.
+/// of its own specialises it too, mostly by deriving from one of the classes below. The members are those of
+/// `ScalarTraits`.
 template <class T>
 struct ElementTraits;
 
 /// A type of one component.
 template <class T>
 struct ScalarTraits {
-  using ComponentType = T;
-  using ChartType = void;
-  static constexpr unsigned int multiplicity = 1;
-  static constexpr int rank = 0;
-  static constexpr int grade = 0;
-  static constexpr int indexKind = 0;
-  static constexpr int chartDimension = 0;
+  using ComponentType = T;                         ///< type of one elementary component
+  using ChartType = void;                          ///< chart that the element lies on; `void` without one
+  static constexpr unsigned int multiplicity = 1;  ///< components of one element
+  static constexpr int rank = 0;                   ///< tensor indices of one element
+  static constexpr int grade = 0;                  ///< grade of the element as a form
+  static constexpr int indexKind = 0;              ///< variance of the indices: 1 upper, -1 lower, 0 without any
+  static constexpr int chartDimension = 0;         ///< coordinates of the chart
+  /// The name of a coordinate of the chart, from 0; empty outside the chart.
   static std::string chartComponentName(int) { return std::string(); }
 };
 
 /// A type of `Components` components of type `Component`, which are no tensor.
 template <class Component, int Components>
 struct TupleTraits : ScalarTraits<Component> {
-  static constexpr unsigned int multiplicity = Components;
+  static constexpr unsigned int multiplicity = Components;  ///< components of one element
 };
 
+// The rows themselves, which the reference leaves out: each only gives values to the members above.
+/// \cond
 template <>
 struct ElementTraits<double> : ScalarTraits<double> {};
 template <>
@@ -96,18 +98,25 @@ struct ElementTraits<Quorvel::PhysicalSpace::point> : TupleTraits<double, 3> {
   }
 };
 
+/// \endcond
+
 /// A cell is its own chart.
 template <class CellType, int Dims, class Index, class Convention>
 struct CellTraits : TupleTraits<Index, CellType::Size> {
-  using ChartType = CellType;
-  static constexpr int chartDimension = Dims;
+  using ChartType = CellType;                  ///< the cell
+  static constexpr int chartDimension = Dims;  ///< topological dimension of the cell
+  /// The name of direction `i` by the convention of the cell.
   static std::string chartComponentName(int i) { return Convention::chartComponentName(i); }
 };
+
+// Rows again.
+/// \cond
 template <int Dims, class Index, class Convention>
 struct ElementTraits<SimplexCell<Dims, Index, Convention>>
     : CellTraits<SimplexCell<Dims, Index, Convention>, Dims, Index, Convention> {};
 template <int Dims, class Index, class Convention>
 struct ElementTraits<RegularCell<Dims, Index, Convention>>
     : CellTraits<RegularCell<Dims, Index, Convention>, Dims, Index, Convention> {};
+/// \endcond
 
 }  // namespace Tresk

@@ -38,14 +38,16 @@ R reduceInEights(unsigned long long n, const At& elementAt, R start, Op& op) {
 /// their memory may be interleaved or planar.
 template <class T>
 struct WalkUnit {
-  using Type = T;
-  static constexpr int nComponents = 1;
+  using Type = T;                        ///< the unit: offsets and strides count it
+  static constexpr int nComponents = 1;  ///< units of one element
 };
+/// The array types of doubles, whose unit is a component.
 template <int K>
 struct WalkUnit<Quorvel::FixedArray<double, K>> {
-  using Type = double;
-  static constexpr int nComponents = K;
+  using Type = double;                   ///< the unit
+  static constexpr int nComponents = K;  ///< units of one element
 };
+/// The unit of the walk over elements of type `T`.
 template <class T>
 using WalkUnitType = typename WalkUnit<T>::Type;
 
@@ -55,17 +57,22 @@ struct ElementSource;
 /// The fields of a walk as a record: what a view is made from, and what an element source fills.
 template <class U>
 struct WalkParameters : HyperslabParameters {
-  U* data = nullptr;
-  ElementSource<U>* source = nullptr;
+  U* data = nullptr;                   ///< first unit of the block; null if the elements are not in memory
+  ElementSource<U>* source = nullptr;  ///< makes them then; may be null
 };
 
 /// Makes elements on demand for a walk without memory. No array of this library has one; a class that plugs one in
 /// owns it.
+///
+/// An element is asked for by its indices one by one, the highest dimension first: by `slice` for each dimension above
+/// 0, until one comes with its memory, and by `element` at last. A source of several dimensions keeps the indices that
+/// it has heard, so that one thread reads at a time.
 template <class U>
 struct TRESK_OPEN_TEMPLATE ElementSource {
-  /// The walk over the sub-block at `index` of `dimension`.
+  /// The walk over the sub-block at `index` of `dimension`; with null data it is not in memory, and the next lower
+  /// dimension is asked.
   virtual WalkParameters<U> slice(int dimension, unsigned long long index) = 0;
-  /// The address of the first unit of one element.
+  /// The address of the first unit of the element at `index` of dimension 0, its components adjacent.
   virtual U* element(unsigned long long index) = 0;
 
  protected:
@@ -81,18 +88,22 @@ struct ElementIterator : HyperslabParameters {
 /// Access by unit.
 template <class U>
 struct IteratorBase : ElementIterator<U> {
-  /// The first unit of element `e` of the walk. One multiplication and one addition.
+  /// The first unit of element `e` of the walk. Neither `e` nor `data` is tested. One multiplication and two additions.
   U* unitAt(unsigned long long e) const noexcept { return this->data + (e + this->offset) * this->stride; }
 };
 
-/// Refers to an element whose components may lie apart.
+/// Refers to an element whose components may lie apart. Valid as long as the memory of the array.
 template <class X, int K>
 class ComponentReference {
  public:
+  /// \param first address of component 0; \param span distance to the next component, in components
   ComponentReference(X* first, unsigned long long span) noexcept : first_(first), span_(span) {}
+  /// Refers to the same element.
   ComponentReference(const ComponentReference&) noexcept = default;
 
+  /// Component `c`, which is not tested.
   X& operator[](int c) const noexcept { return first_[static_cast<unsigned long long>(c) * span_]; }
+  /// A copy of the element.
   operator Quorvel::FixedArray<X, K>() const noexcept {
     Quorvel::FixedArray<X, K> value;
     for (int c = 0; c < K; ++c) value[c] = (*this)[c];
@@ -103,32 +114,38 @@ class ComponentReference {
     for (int c = 0; c < K; ++c) (*this)[c] = value[c];
     return *this;
   }
+  /// Writes the element referred to with the one that `other` refers to.
   ComponentReference& operator=(const ComponentReference& other) noexcept {
     *this = static_cast<Quorvel::FixedArray<X, K>>(other);
     return *this;
   }
+  ///@{
+  /// Compares the elements component by component.
   friend bool operator==(const ComponentReference& a, const Quorvel::FixedArray<X, K>& b) noexcept {
     return static_cast<Quorvel::FixedArray<X, K>>(a) == b;
   }
   friend bool operator==(const ComponentReference& a, const ComponentReference& b) noexcept {
     return a == static_cast<Quorvel::FixedArray<X, K>>(b);
   }
+  ///@}
 
  private:
   X* first_;
   unsigned long long span_;
 };
 
-/// The walk over elements of type `T`, each a unit.
+/// The walk over elements of type `T`, each a unit. The elements must be in memory, which is not tested.
 template <class T>
 struct Iterator : IteratorBase<T> {
-  using Reference = T&;
-  using ConstReference = const T&;
+  using Reference = T&;             ///< what writing access by indices gives
+  using ConstReference = const T&;  ///< what reading access by indices gives
 
+  /// The element that begins at `unit`.
   static Reference referTo(T* unit, const HyperslabParameters&) noexcept { return *unit; }
 
-  /// Element `e` of the walk.
+  /// Element `e` of the walk, which is not tested.
   const T& getElement(unsigned long long e) const noexcept { return *this->unitAt(e); }
+  /// Writes element `e` of the walk, which is not tested.
   void setElement(unsigned long long e, const T& value) { *this->unitAt(e) = value; }
 
   /// Calls `f(element)` for each element in order, in one flat loop.
@@ -159,19 +176,22 @@ struct Iterator : IteratorBase<T> {
   }
 };
 
-/// The walk over elements of `K` doubles, assembled from their components.
+/// The walk over elements of `K` doubles, assembled from their components. The elements must be in memory, which is not
+/// tested.
 template <int K>
 struct Iterator<Quorvel::FixedArray<double, K>> : IteratorBase<double> {
-  using Element = Quorvel::FixedArray<double, K>;
-  using Reference = ComponentReference<double, K>;
-  using ConstReference = Element;
+  using Element = Quorvel::FixedArray<double, K>;   ///< type of an element
+  using Reference = ComponentReference<double, K>;  ///< what writing access by indices gives
+  using ConstReference = Element;                   ///< what reading access by indices gives
 
+  /// The element whose component 0 is at `unit`; the others lie a span of `walk` apart.
   static Reference referTo(double* unit, const HyperslabParameters& walk) noexcept {
     return Reference(unit, walk.span);
   }
 
-  /// Element `e` of the walk.
+  /// Element `e` of the walk, which is not tested.
   Element getElement(unsigned long long e) const noexcept { return load(this->unitAt(e), this->span); }
+  /// Writes element `e` of the walk, which is not tested.
   void setElement(unsigned long long e, const Element& value) noexcept {
     double* const unit = this->unitAt(e);
     for (int c = 0; c < K; ++c) unit[static_cast<unsigned long long>(c) * this->span] = value[c];
@@ -206,7 +226,7 @@ struct Iterator<Quorvel::FixedArray<double, K>> : IteratorBase<double> {
 /// The walk that arrays carry: in memory, or through an element source.
 template <class T>
 struct CreativeIterator : Iterator<T> {
-  using Unit = WalkUnitType<T>;
+  using Unit = WalkUnitType<T>;  ///< the unit of the walk
 
   ElementSource<Unit>* source = nullptr;  ///< used when `data` is null
 

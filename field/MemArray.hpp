@@ -13,15 +13,18 @@ namespace Tresk {
 /// An array that sees a chunk, or a part of it: everything that does not need to allocate.
 ///
 /// Several arrays may see one chunk with different walks: slices and views of components cost no copy. A view holds
-/// the chunk and not the array that it was made from.
+/// the chunk and not the array that it was made from. Elements that one of them writes show in all.
 /// The bodies are in `MemArrayImplementation.hpp`, which a library with an element type of its own includes.
 template <int N, class T>
 class TRESK_OPEN_TEMPLATE ReferencingMemArray : public MemArrayBase<N>,
                                                 public MultiArrayOf<N, T>,
                                                 public TypedArray<T> {
  public:
+  /// A chunk of any element type.
   using ChunkPtr = Ostrel::StrongPtr<Ostrel::ChunkBase, Ostrel::ChunkBase>;
+  /// A chunk of the element type of the array.
   using TypedChunkPtr = Ostrel::StrongPtr<Ostrel::TypedChunk<T>, Ostrel::ChunkBase>;
+  /// The unit of the walk.
   using Unit = WalkUnitType<T>;
 
   using MemArrayBase<N>::createSubArray;
@@ -32,11 +35,15 @@ class TRESK_OPEN_TEMPLATE ReferencingMemArray : public MemArrayBase<N>,
   /// The part with the highest index fixed at `index`, which is not tested: an array of one dimension less that shares
   /// the chunk; null for rank 1.
   virtual MemBasePtr getSlice(unsigned long long index, const CreatorWeakPtr& creator) const = 0;
+  /// Copies all elements of a chunk of the same type and length over the storage, also for a view of a part; else
+  /// false, and nothing changes.
   bool copyFromChunk(const ChunkPtr& other) override;
   TypedChunkPtr getTypedChunk() const override;
+  /// Bytes of the whole chunk, also for a view of a part; 0 for a view of a component.
   unsigned long long memsize() const override;
   unsigned long long nElements() const override;
   std::string getElementString(unsigned long long index) const override;
+  /// Offers the array to the save registry of `MemBase`.
   void DeferredConstructor() override;
   const std::type_info& getElementType() const override;
   const HyperslabParameters& getHyperslab() const override;
@@ -66,7 +73,9 @@ class TRESK_OPEN_TEMPLATE ReferencingMemArray : public MemArrayBase<N>,
 /// (`getIterator`).
 /// Numbers of a fresh array are zero and pointers empty; elements of the geometric and cell types hold whatever was in
 /// their memory until somebody writes them.
-/// Errors: `std::length_error` for more elements than a vector holds.
+/// Lifetime and threads as `MemBase`.
+/// Errors: `std::length_error` for more elements than a vector holds, and `std::bad_alloc`.
+/// Cost: an array on a new chunk writes its elements once; one on a chunk that exists is made in constant time.
 template <int N, class T>
 class TRESK_OPEN_TEMPLATE MemArray : public ReferencingMemArray<N, T> {
  public:
@@ -91,6 +100,8 @@ class TRESK_OPEN_TEMPLATE MemArray : public ReferencingMemArray<N, T> {
                             const CreatorWeakPtr& creator) const override;
   MemBasePtr getSlice(unsigned long long index, const CreatorWeakPtr& creator) const override;
   MemBasePtr makeExplicit(const CreatorWeakPtr& creator) const override;
+  /// An array of the same extents that sees the front of `storage`; null if that is empty or has another number of
+  /// elements. On storage of another type it has no memory.
   MemBasePtr createOnChunk(const ChunkPtr& storage, const CreatorWeakPtr& creator) const override;
   MemBasePtr copy(const CreatorWeakPtr& creator) const override;
   MemBasePtr getComponent(int component, const CreatorWeakPtr& creator) const override;

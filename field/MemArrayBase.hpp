@@ -18,9 +18,10 @@ class TRESK_EXPORT MemArrayBase : public virtual MemBase {
   int rank() const override;
   /// The extents.
   virtual MultiIndex<N> getIndexSize() const = 0;
-  /// A new array of the same element type, with nothing copied.
+  /// A new array of the same element type, with nothing copied; null for a computing array.
   virtual MemBasePtr createArray(const MultiIndex<N>& size, const CreatorWeakPtr& creator) const = 0;
-  /// A copy of the box of extents `size` at `start`, which must lie in the array: this is not tested.
+  /// A copy of the box of extents `size` at `start`, which must lie in the array: this is not tested. Null for a
+  /// computing array and for one without elements to read.
   virtual MemBasePtr createSubArray(const MultiIndex<N>& start, const MultiIndex<N>& size,
                                     const CreatorWeakPtr& creator) const = 0;
   MemBasePtr createSubArray(const DynamicSize& start, const DynamicSize& size,

@@ -10,9 +10,11 @@ namespace Tresk {
 /// Says on a creator which rank and element type its data will have, without producing them.
 class TRESK_EXPORT MemArrayProperties : public Ostrel::Interface<MemArrayProperties> {
  public:
+  /// \param rank number of dimensions; \param type element type, may be empty
   MemArrayProperties(int rank, const TreskTypeWeakPtr& type);
   ~MemArrayProperties() override;
 
+  /// The number of dimensions.
   int getRank() const noexcept { return rank_; }
   /// The element type; weak, so that the interface keeps no record alive.
   const TreskTypeWeakPtr& getType() const noexcept { return type_; }

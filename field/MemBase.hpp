@@ -23,7 +23,7 @@ namespace Tresk {
 /// Lifetime: counted. Size, type and storage are fixed at construction.
 /// Threads: may be read from any thread. Writing elements is the caller's to order; views share memory.
 /// Errors: absence is an answer (null, 0, false, an empty text); only allocation raises exceptions.
-/// Cost: sizes and types in constant time.
+/// Cost: sizes and types in constant time; what copies or makes elements is linear in their number.
 class TRESK_EXPORT MemBase : public Ostrel::Cacheable, public Ostrel::Intercube {
  public:
   /// Makes arrays of one element type.
@@ -34,6 +34,7 @@ class TRESK_EXPORT MemBase : public Ostrel::Cacheable, public Ostrel::Intercube 
     /// A new array of the given size, or null for a rank that it does not serve.
     virtual MemBasePtr create(const DynamicSize& size) const = 0;
   };
+  /// An allocator, held.
   using AllocatorPtr = Ostrel::StrongPtr<Allocator, Ostrel::InterfaceBase>;
 
   /// How many arrays were made. A statistic; nothing reads it.
@@ -47,10 +48,11 @@ class TRESK_EXPORT MemBase : public Ostrel::Cacheable, public Ostrel::Intercube 
 
   /// Number of dimensions.
   virtual int rank() const = 0;
-  /// Extents, lowest dimension first.
+  /// Extents, lowest dimension first. The result allocates.
   virtual DynamicSize getSize() const = 0;
   /// Product of the extents.
   virtual unsigned long long nElements() const = 0;
+  /// Type of one element.
   virtual const std::type_info& getElementType() const = 0;
   /// The walk over the elements in units of their storage; all zero for computing arrays.
   virtual const HyperslabParameters& getHyperslab() const = 0;
@@ -65,37 +67,41 @@ class TRESK_EXPORT MemBase : public Ostrel::Cacheable, public Ostrel::Intercube 
   virtual const double* getOrigin() const = 0;
   /// Step along each axis of an equally spaced grid, else null.
   virtual const double* getDelta() const = 0;
-  /// An array with all elements in memory: this one itself if it holds its elements, `creator` is then ignored.
+  /// An array with all elements in memory: this one itself if it holds its elements, `creator` is then ignored; else a
+  /// new one, whose elements are computed on the calling thread.
   virtual MemBasePtr makeExplicit(const CreatorWeakPtr& creator) const = 0;
   /// A scalar array of one component of each element, which shares the storage; null beyond the last component. A
   /// negative number is the caller's fault.
   virtual MemBasePtr getComponent(int component, const CreatorWeakPtr& creator) const = 0;
-  /// A copy of a box of the array; null if a rank differs. The box must lie in the array: this is not tested.
+  /// A copy of a box of the array; null if a rank differs, for a computing array and for one without elements to read.
+  /// The box must lie in the array: this is not tested.
   virtual MemBasePtr createSubArray(const DynamicSize& start, const DynamicSize& size,
                                     const CreatorWeakPtr& creator) const = 0;
-  /// An array of the same extents and type on another chunk; null if its element count is not the product of the
-  /// extents.
+  /// An array of the same extents and type that shares another chunk; null if its element count is not the product of
+  /// the extents. On a chunk of another type it has no memory.
   virtual MemBasePtr createOnChunk(const Ostrel::StrongPtr<Ostrel::ChunkBase, Ostrel::ChunkBase>& chunk,
                                    const CreatorWeakPtr& creator) const = 0;
   /// Copies the elements of a chunk of the same type and element count over the storage; else false, and nothing
-  /// changes.
+  /// changes. Arrays that share the storage see the change.
   virtual bool copyFromChunk(const Ostrel::StrongPtr<Ostrel::ChunkBase, Ostrel::ChunkBase>& chunk) = 0;
-  /// A deep copy: the whole chunk and the extents. A view's offset and stride are not carried over, deliberately.
+  /// A deep copy: the whole chunk and the extents. A view's offset and stride are not carried over, deliberately. Null
+  /// for an array without a chunk of its own type. A computing array gives one that computes the same.
   virtual MemBasePtr copy(const CreatorWeakPtr& creator) const = 0;
 
   /// The element type as a value.
   const TreskTypeIndex& getTreskTypeIndex() const noexcept { return index_; }
 
-  /// Enters the allocator of an element type; 1, or 0 for an invalid type. The last registration of a type wins; that of
-  /// an empty pointer leaves the type without arrays. The registry has no lock: registrations belong to the load time of a
-  /// library.
+  /// Enters the allocator of an element type; 1, or 0 for an invalid type. The last registration of a type wins; that
+  /// of an empty pointer leaves the type without arrays. The registry has no lock: registrations belong to the load
+  /// time of a library.
   static int registerCreator(const AllocatorPtr& allocator, const TreskTypePtr& type);
   /// A new array of the given type and size; null without an allocator, for a rank outside 1 to 4 and for an
-  /// invalid type. `requester` is passed on and not used.
+  /// invalid type. `requester` is not used. Errors: `std::length_error` for more elements than a vector holds, and
+  /// `std::bad_alloc`.
   static MemBasePtr create(const TreskTypePtr& type, const DynamicSize& size, const std::type_info& requester);
-  /// A new array of this array's element type.
+  /// A new array of this array's element type, on the same terms.
   MemBasePtr create(const DynamicSize& size, const std::type_info& requester) const;
-  /// A new array of this array's element type and size.
+  /// A new array of this array's element type and size, on the same terms.
   MemBasePtr create(const std::type_info& requester) const;
 
  private:

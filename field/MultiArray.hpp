@@ -22,16 +22,18 @@ class MultiArray;
 /// Access by `N` indices: element (i0, i1, ...) lies at unit data + (linear index + offset) x stride, with the linear
 /// index (... (i2 x n1 + i1) x n0 + i0). No index is tested.
 ///
-/// `a(i, j, k)` and `a[MultiIndex<3>(i, j, k)]` refer to an element. For the two array types of doubles the reference is
-/// a small object that reads and writes the components where they lie.
+/// `a(i, j, k)` and `a[MultiIndex<3>(i, j, k)]` refer to an element. For the two array types of doubles the reference
+/// is a small object that reads and writes the components where they lie. There must be memory or an element source.
 /// Cost: inline, without a virtual call where the elements are in memory.
 template <int N, class T, unsigned long long... Dimensions>
 class MultiArray<N, T, std::integer_sequence<unsigned long long, Dimensions...>> : public MultiArrayBase<N, T> {
  public:
-  using Reference = typename Iterator<T>::Reference;
-  using ConstReference = typename Iterator<T>::ConstReference;
-  using Unit = WalkUnitType<T>;
+  using Reference = typename Iterator<T>::Reference;            ///< refers to an element for writing
+  using ConstReference = typename Iterator<T>::ConstReference;  ///< refers to an element for reading, or is a copy
+  using Unit = WalkUnitType<T>;                                 ///< the unit of the walk
 
+  ///@{
+  /// The element at `N` indices, the fastest dimension first.
   template <std::integral... Indices>
   requires(sizeof...(Indices) == N) ConstReference operator()(Indices... indices) const {
     return read(MultiIndex<N>(indices...));
@@ -42,12 +44,14 @@ class MultiArray<N, T, std::integer_sequence<unsigned long long, Dimensions...>>
   }
   ConstReference operator[](const MultiIndex<N>& index) const { return read(index); }
   Reference operator[](const MultiIndex<N>& index) { return refer(index); }
+  ///@}
 
-  /// Writes one element.
+  /// Writes the element at `index`.
   void setElement(const MultiIndex<N>& index, const T& value) { refer(index) = value; }
   using Iterator<T>::setElement;
 
  protected:
+  /// The element at `index`, from memory or else through the source.
   ConstReference read(const MultiIndex<N>& index) const {
     if (this->data != nullptr) [[likely]]
       return convert(Iterator<T>::referTo(this->unitAt(this->extents.linear(index)), *this));
@@ -80,8 +84,11 @@ class MultiArray<N, T, std::integer_sequence<unsigned long long, Dimensions...>>
 };
 
 namespace Detail {
+/// The numbers of the dimensions of an array of rank `N`, 1 to 4, as a sequence in its member `Type`.
 template <int N>
 struct DimensionSequence;
+// Its rows, which say no more.
+/// \cond
 template <>
 struct DimensionSequence<1> {
   using Type = std::integer_sequence<unsigned long long, 0>;
@@ -98,6 +105,7 @@ template <>
 struct DimensionSequence<4> {
   using Type = std::integer_sequence<unsigned long long, 0, 1, 2, 3>;
 };
+/// \endcond
 }  // namespace Detail
 
 /// The multi-dimensional view of rank `N`.

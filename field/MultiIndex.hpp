@@ -18,10 +18,16 @@ class TRESK_OPEN_TEMPLATE MultiIndex {
   requires(sizeof...(Values) == N) constexpr MultiIndex(Values... values) noexcept
       : values_{static_cast<unsigned long long>(values)...} {}
 
+  ///@{
+  /// Entry `d`, which is not tested.
   constexpr unsigned long long& operator[](int d) noexcept { return values_[d]; }
   constexpr unsigned long long operator[](int d) const noexcept { return values_[d]; }
+  ///@}
+  ///@{
+  /// The `N` entries as a range.
   constexpr const unsigned long long* begin() const noexcept { return values_; }
   constexpr const unsigned long long* end() const noexcept { return values_ + N; }
+  ///@}
 
   /// The product of the entries, modulo 2^64.
   constexpr unsigned long long nElements() const noexcept {
@@ -30,13 +36,14 @@ class TRESK_OPEN_TEMPLATE MultiIndex {
     return product;
   }
 
-  /// The linear position of an index in an array of these extents.
+  /// The linear position of an index in an array of these extents, modulo 2^64. The index is not tested.
   constexpr unsigned long long linear(const MultiIndex& index) const noexcept {
     unsigned long long position = index[N - 1];
     for (int d = N - 2; d >= 0; --d) position = position * values_[d] + index[d];
     return position;
   }
 
+  /// Compares entry by entry.
   friend constexpr bool operator==(const MultiIndex& a, const MultiIndex& b) noexcept {
     for (int d = 0; d < N; ++d)
       if (a[d] != b[d]) return false;

@@ -23,6 +23,7 @@ namespace Tresk {
 /// it may be the source itself.
 /// \return false, with nothing written, if a chunk is missing or of another type, or if the shift is not one element
 /// Threads: on the calling thread, without a lock. The chunks must not change meanwhile.
+/// Cost: casts to the possible types in turn, then one flat loop.
 TRESK_EXPORT bool Shift(const Ostrel::StrongPtr<Ostrel::ChunkBase, Ostrel::ChunkBase>& destination,
                         const Ostrel::StrongPtr<Ostrel::ChunkBase, Ostrel::ChunkBase>& source,
                         const Ostrel::StrongPtr<Ostrel::ChunkBase, Ostrel::ChunkBase>& shift);
@@ -30,10 +31,9 @@ TRESK_EXPORT bool Shift(const Ostrel::StrongPtr<Ostrel::ChunkBase, Ostrel::Chunk
 TRESK_EXPORT bool Shift(const MemBasePtr& destination, const MemBasePtr& source,
                         const Ostrel::StrongPtr<Ostrel::ChunkBase, Ostrel::ChunkBase>& shift);
 /// A new array of the type and size of the source with the sums; null in place of false, and for a view of a part of a
-/// chunk, as whole chunks are shifted. A source of `double` takes no shift of `float`, which would need a destination of
-/// `float`.
+/// chunk, as whole chunks are shifted. A source of `double` takes no shift of `float`, which would need a destination
+/// of `float`. `creator` is not used, deliberately: the new array belongs to no creator.
 /// Errors: `std::bad_alloc` of the new array.
-/// \param creator is not used, deliberately: the new array belongs to no creator
 TRESK_EXPORT MemBasePtr Shift(const MemBasePtr& source,
                               const Ostrel::StrongPtr<Ostrel::ChunkBase, Ostrel::ChunkBase>& shift,
                               const CreatorWeakPtr& creator);

@@ -10,7 +10,9 @@ namespace Tresk {
 /// A size that an object carries, so that a creator remembers the extents of data that it has released.
 class TRESK_EXPORT SizeInterface : public Ostrel::Interface<SizeInterface>, public DynamicSize {
  public:
+  /// Remembers a copy of `size`.
   explicit SizeInterface(const DynamicSize& size);
+  /// A further interface of the same size.
   SizeInterface(const SizeInterface& other);
   /// The sum of the first `rank` extents, as in `DynamicSize`.
   SizeInterface(int rank, const SizeInterface& a, const SizeInterface& b);
@@ -21,6 +23,8 @@ class TRESK_EXPORT SizeInterface : public Ostrel::Interface<SizeInterface>, publ
 /// cast. It holds as long as the field has as many fragments as when it was made.
 class TRESK_EXPORT FragmentedSizeInterface : public SizeInterface {
  public:
+  /// \param size sum of the sizes of all fragments; \param nFragments number of entries of the field, those without a
+  /// known size included
   FragmentedSizeInterface(const DynamicSize& size, unsigned long long nFragments);
   ~FragmentedSizeInterface() override;
 

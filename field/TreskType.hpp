@@ -19,8 +19,9 @@ TRESK_OPEN_TEMPLATE TreskTypePtr getTreskType();
 template <class T>
 class TRESK_OPEN_TEMPLATE TreskType : public TreskTypeBase {
  public:
-  using Traits = ElementTraits<T>;
+  using Traits = ElementTraits<T>;  ///< the row of the type
 
+  /// A record that `find` knows. `getTreskType` makes the one that is used.
   TreskType() : TreskTypeBase(index()) { remember(); }
   ~TreskType() override = default;
 

@@ -19,11 +19,13 @@ namespace Tresk {
 /// may call `find`. A library that is loaded later and brings records of its own must do so while nobody searches.
 class TRESK_EXPORT TreskTypeBase : public TreskTypeIndex, public Ostrel::ReferenceBase<TreskTypeBase> {
  public:
+  /// A record that `find` does not know yet: the class of the complete record calls `remember`.
   explicit TreskTypeBase(const TreskTypeIndex& index);
   ~TreskTypeBase() override;
 
   /// The element type.
   virtual const std::type_info& getType() const = 0;
+  /// Whether the element type is `type`.
   virtual bool isType(const std::type_info& type) const = 0;
   /// A new chunk of `count` value-initialised elements. Throws `std::length_error` if a vector cannot hold that many.
   virtual Ostrel::StrongPtr<Ostrel::ChunkBase, Ostrel::ChunkBase> createChunk(std::size_t count) const = 0;
@@ -42,7 +44,8 @@ class TRESK_EXPORT TreskTypeBase : public TreskTypeIndex, public Ostrel::Referen
 
   /// Enters this record in the registry, behind those of equal index; false if its self reference is not alive.
   bool remember() const;
-  /// A living record with exactly this index, the first one remembered; empty if there is none.
+  /// A living record with exactly this index, the first one remembered; empty if there is none. Logarithmic in the
+  /// number of records.
   static TreskTypeWeakPtr find(const TreskTypeIndex& index);
   /// A living record of this element type; empty if there is none. Linear in the number of records.
   static TreskTypeWeakPtr find(const std::type_info& type);

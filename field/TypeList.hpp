@@ -15,16 +15,22 @@ namespace Tresk {
 /// A plain container of weak pointers: not to be changed while it is read.
 class TRESK_EXPORT TypeList {
  public:
+  /// The list that stands for every type.
   TypeList();
+  /// A list of one entry.
   explicit TypeList(const TreskTypeWeakPtr& type);
+  /// A list of the same entries.
   TypeList(const TypeList& other);
+  /// Takes over the entries; without memory for them this list stays as it was.
   TypeList& operator=(const TypeList& other);
   ~TypeList();
 
+  /// Adds a type. An empty pointer is an entry too, and stands for no type.
   void insert(const TreskTypeWeakPtr& type);
   /// The number of entries, dead ones included.
   unsigned long long nTypes() const noexcept { return types_.size(); }
 
+  /// Whether the list stands for `type`. Linear in the number of entries.
   bool contains(const std::type_info& type) const;
 
   /// Prints "{name} " for each living entry to the standard output; nothing for an empty list.

@@ -15,8 +15,8 @@ namespace Tresk {
 class TRESK_EXPORT UniformCartesianArray
     : public LinearDirectProductMemArray<Quorvel::PhysicalSpace::point, Quorvel::PhysicalSpace::vector, 3> {
  public:
-  using Point = Quorvel::PhysicalSpace::point;
-  using Vector = Quorvel::PhysicalSpace::vector;
+  using Point = Quorvel::PhysicalSpace::point;    ///< type of an element
+  using Vector = Quorvel::PhysicalSpace::vector;  ///< type of the step along the three axes
 
   /// From the point at index 0 and the step.
   UniformCartesianArray(const MultiIndex<3>& size, const Point& low, const Vector& step, const CreatorWeakPtr& creator);
@@ -27,7 +27,7 @@ class TRESK_EXPORT UniformCartesianArray
   UniformCartesianArray(const Quorvel::BoundingBox& box, const MultiIndex<3>& size, const CreatorWeakPtr& creator);
   ~UniformCartesianArray() override;
 
-  /// The box from the first to the last point, as they are computed.
+  /// A new box from the first to the last point, as they are computed.
   Ostrel::StrongPtr<Quorvel::BoundingBox, Ostrel::InterfaceBase> getBoundingBox() const;
 
   /// The same points. `getOrigin` and `getDelta` of the copy must not be read, deliberately.

@@ -67,19 +67,23 @@ class BaseSpaceDependency;
 
 /// An array of any rank and element type.
 using MemBasePtr = Ostrel::StrongPtr<MemBase, Ostrel::Cacheable>;
-/// A creator, held and observed.
+/// A creator, held.
 using CreatorPtr = Ostrel::StrongPtr<CreativeArrayBase, Ostrel::Creature>;
+/// A creator, observed: the pointer keeps neither it nor its data.
 using CreatorWeakPtr = Ostrel::WeakPtr<CreativeArrayBase, Ostrel::Creature>;
-/// The record of an element type.
+/// The record of an element type, held.
 using TreskTypePtr = Ostrel::StrongPtr<TreskTypeBase, TreskTypeBase>;
+/// The record of an element type, observed.
 using TreskTypeWeakPtr = Ostrel::WeakPtr<TreskTypeBase, TreskTypeBase>;
 /// A fragment; empty for the unnamed fragment of an unfragmented field.
 using FragmentIDPtr = Ostrel::StrongPtr<FragmentID, FragmentID>;
 /// The numbering authority of fragments.
 using FragmentIDCollectionPtr = Ostrel::StrongPtr<FragmentIDCollection, FragmentIDCollection>;
-/// The cache that a creator belongs to.
+/// The cache that a creator belongs to, held.
 using CachePtr = Ostrel::StrongPtr<Ostrel::Cache, Ostrel::CacheBase>;
+/// The same observed, as creators do: none keeps its cache alive.
 using CacheWeakPtr = Ostrel::WeakPtr<Ostrel::Cache, Ostrel::CacheBase>;
+/// What a saver is known by; empty without one.
 using BinderPtr = Ostrel::StrongPtr<BinderBase, BinderBase>;
 /// The size that a creator or a field tells.
 using SizePtr = Ostrel::StrongPtr<SizeInterface, Ostrel::InterfaceBase>;
