@@ -36,7 +36,7 @@ struct TRESK_EXPORT CreationMutex {
     lock.release();
   }
 
-  Ostrel::Mutex mutex;
+  Ostrel::Mutex mutex;  ///< guards the numbers; held by the creator also while its function runs
 
  private:
   std::condition_variable changed_;
@@ -58,7 +58,7 @@ struct TRESK_EXPORT CreationMutex {
 /// | working   | yes               | none, or the former ones                   | the end of the function     |
 /// | filled    | no                | held                                       | `produce`, `release`        |
 /// | collected | no                | held, or none if the function yielded none | `release`, `request`        |
-/// | stuck     | yes               | none                                       | never: the function has thrown |
+/// | stuck     | yes               | none, or the former ones                   | never: the function has thrown |
 ///
 /// Errors: an exception of the function on the thread is rethrown by the next `produce`, once. The creator stays
 /// marked then, deliberately: `request` answers false and `release` `StillInUse` for good, and `produce` runs the
@@ -75,13 +75,13 @@ class TRESK_EXPORT AsynchronCreator : public Ostrel::AlzheimerCreator<MemBase, C
   /// Makes the data; the flag says whether the result is still wanted.
   using Function = std::function<MemBasePtr(const std::atomic<bool>& isDiscarded)>;
 
-  /// No thread is started. An empty function makes no data.
+  /// No thread is started. An empty function makes no data. `cache` may be empty.
   AsynchronCreator(const Function& function, const CachePtr& cache);
   ~AsynchronCreator() override;
 
-  /// Describes the data before there are any; nothing happens for an invalid type.
+  /// Describes the data before there are any: extents and element type. Nothing happens for an invalid type.
   void setup(const DynamicSize& size, const TreskTypePtr& type);
-  /// Runs the function on this thread, without a lock, and stores nothing.
+  /// Runs the function on this thread, without a lock, and stores nothing. Its exceptions pass.
   MemBasePtr create_data() const;
   /// What the thread does: runs the function and stores its result, if the creator is still there; false if not.
   /// `callback` is not called.
@@ -92,13 +92,19 @@ class TRESK_EXPORT AsynchronCreator : public Ostrel::AlzheimerCreator<MemBase, C
   MemBasePtr produce() override;
   /// Starts the work on a thread; false if there are data or work is running. Nobody is told of the end: ask `hasData`
   /// or `isUnderCreation`, or call `produce`. `callback` goes to an attached `Producer`, whose answer is returned; the
-  /// function runs all the same. Waits for the end of an earlier thread.
+  /// function runs all the same. Waits for the end of an earlier thread. An exception at the start of the thread,
+  /// such as `std::system_error`, passes, and the creator is idle then; one of the producer passes while the work goes on.
   bool request(const Callback& callback) override;
+  /// Lets the data go: `StillInUse` while the creator is under creation, or somebody else holds them; else `Released`,
+  /// also without data. Data that are held wait for the creation mutex; a cache that asks does not wait, and is told
+  /// `StillInUse`.
   Ostrel::Creature::ReasonForReleasal release() override;
   /// Sets the flag that the function sees, for this and for all later runs. False.
   bool discardCreation() override;
   /// The element type, of the data or else the declared one; `void` if it is unknown.
   const std::type_info& getType() override;
+  /// Whether a request is being worked on, from its acceptance on; for good once the function has thrown there. A
+  /// production on a caller's thread does not count. Takes no lock.
   bool isUnderCreation() const override;
 
   /// How often the thread has come to the function.

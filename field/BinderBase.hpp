@@ -8,12 +8,16 @@
 
 namespace Tresk {
 
-/// What a saver is known by.
+/// What a saver is known by. Creators remember under it when they were saved (`CreativeArrayBase::binderAges`).
+///
+/// Lifetime: counted; creators know it weakly.
 class TRESK_EXPORT BinderBase : public Ostrel::ReferenceBase<BinderBase> {
  public:
+  /// \param name any text; this library does not read it
   explicit BinderBase(const std::string& name);
   ~BinderBase() override;
 
+  /// The name, which never changes.
   const std::string& getName() const noexcept { return name_; }
 
  private:
@@ -24,7 +28,9 @@ class TRESK_EXPORT BinderBase : public Ostrel::ReferenceBase<BinderBase> {
 template <class V>
 class TRESK_OPEN_TEMPLATE SaveItem : public Ostrel::Interface<V> {
  public:
+  /// Keeps a copy of the value.
   explicit SaveItem(const V& item) : item_(item) {}
+  /// The value, as long as the item lives.
   const V& getItem() const noexcept { return item_; }
 
  private:

@@ -10,9 +10,12 @@ namespace Tresk {
 ///
 /// It cannot make them again by itself, so it does not simply forget them: `release` offers them for saving first, and
 /// lets them go only if an attached `Producer` can bring them back.
+///
+/// Threads: no lock. Savers and producers run on whatever thread asks, for `release` perhaps that of a cache.
 class TRESK_EXPORT CreativeArray : public Ostrel::Creator<MemBase, CreativeArrayBase> {
  public:
   /// Holds `data`, becomes their creator and takes size and element type from them. Invalid data give an empty creator.
+  /// When it throws, the data have the creator that they had.
   CreativeArray(const MemBasePtr& data, const CachePtr& cache);
   ~CreativeArray() override;
 

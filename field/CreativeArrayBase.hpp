@@ -18,9 +18,9 @@ namespace Tresk {
 /// Stands for the array of one fragment: it knows size and element type without work, and yields the array when
 /// somebody asks. What a field stores.
 ///
-/// Lifetime: counted. Owns its data and its interfaces; knows its owners weakly, as the data know the creator. A creator
-/// is made with `new` and given at once to a strong pointer; `save` and `release` of a creator that never had one are
-/// forbidden.
+/// Lifetime: counted. Owns its data and its interfaces; knows its owners weakly, as the data know the creator. A
+/// creator is made with `new` and given at once to a strong pointer; `save` and `release` of a creator that never had
+/// one are forbidden.
 /// Threads: the cache may call `release` on any thread. Owners and descriptions (`addMetaInfo`, `setTreskType`) are set
 /// up before the creator is shared. Ages are plain stores: the last writer wins.
 /// Errors: exceptions of a production reach whoever asked for the data.
@@ -28,6 +28,7 @@ class TRESK_EXPORT CreativeArrayBase : public Ostrel::CreatorBase<MemBase>,
                                        public Ownable<CreativeArrayBase, CreativeArrayBaseContainerBase>,
                                        public SaveableAttributes {
  public:
+  /// \param cache where the creator keeps its books; may be empty
   explicit CreativeArrayBase(const CacheWeakPtr& cache);
   ~CreativeArrayBase() override;
 
@@ -55,10 +56,11 @@ class TRESK_EXPORT CreativeArrayBase : public Ostrel::CreatorBase<MemBase>,
   void addDataMetaInfo(const MemBasePtr& data);
   /// Sets the element type. An invalid pointer is stored too, while the index of the former type stays remembered.
   void setTreskType(const TreskTypePtr& type);
-  /// The record of the element type; by the remembered index if the record has died.
+  /// The record of the element type; by the remembered index if the record has died. Empty if none is known.
   TreskTypePtr getTreskType() const;
 
-  /// Asks the owners for the binder of their saver; empty if none answers or one of them refuses.
+  /// Asks the owners for the binder of their saver; empty if none answers or one of them refuses. Exceptions of owners
+  /// pass.
   BinderPtr getBinder() const;
   /// Offers data to the owners for saving. The request carries a `SaveItem` with the data and one with this creator,
   /// and lives for the time of the call. Changes no age: a saver that has saved raises `savedAge`. Exceptions of
@@ -84,8 +86,8 @@ TRESK_EXPORT unsigned long long getMemoryUsage(const CreativeArrayBase& creator)
 /// it is remembered on the creator, also after the data have gone.
 TRESK_EXPORT SizePtr getSize(const CreativeArrayBase& creator);
 
-/// The size of a creator's data, which are produced if that is the only way to learn it. Exceptions of the production
-/// pass.
+/// The size of a creator's data, which are produced if that is the only way to learn it; null if that yields nothing.
+/// What is produced is tied to the creator, as by `create(false)`. Exceptions of the production pass.
 TRESK_EXPORT SizePtr makeSize(CreativeArrayBase& creator);
 
 }  // namespace Tresk

@@ -22,16 +22,17 @@ class TRESK_EXPORT FunctionalCreatorBase : public Ostrel::AlzheimerCreator<MemBa
   /// `compute` passes, and the creator is as before.
   MemBasePtr produce() override;
   /// Produces the data at once, unless they are held; the result is fetched by `getData`. True, also if the production
-  /// yields nothing. `callback` is not called.
+  /// yields nothing. `callback` is not called. An exception of `compute` passes.
   bool request(const Callback& callback) override;
   /// Whether a production runs that a derived class has put in `creationFuture`. No operation of this library fills
   /// it, so that the answer is false, even during `produce`.
   bool isUnderCreation() const override;
 
-  /// Makes the data.
+  /// Makes the data, which `produce` stores. Called directly it runs without the creation mutex.
   virtual MemBasePtr compute() const = 0;
 
  protected:
+  /// \param flag for derived classes; \param cache where the creator keeps its books, may be empty
   FunctionalCreatorBase(bool flag, const CacheWeakPtr& cache);
 
   std::future<MemBasePtr> creationFuture;  ///< for derived classes that compute elsewhere
@@ -42,11 +43,12 @@ class TRESK_EXPORT FunctionalCreatorBase : public Ostrel::AlzheimerCreator<MemBa
 /// A creator that runs a function.
 class TRESK_EXPORT FunctionalCreator : public FunctionalCreatorBase {
  public:
+  /// Makes the data; an invalid pointer says that there are none.
   using Function = std::function<MemBasePtr()>;
 
   /// \param function makes the data; an empty one makes none
   /// \param flag for derived classes
-  /// \param cache where the creator keeps its books
+  /// \param cache where the creator keeps its books; may be empty
   FunctionalCreator(const Function& function, bool flag, const CacheWeakPtr& cache);
   ~FunctionalCreator() override;
 

@@ -13,7 +13,7 @@ namespace Tresk {
 
 /// Creators that are in one state, and what their data take or would take.
 struct MemoryAmount {
-  unsigned long long nCreators = 0;
+  unsigned long long nCreators = 0;       ///< creators in the state
   unsigned long long nBytes = 0;          ///< of the data whose size is known
   unsigned long long nOfUnknownSize = 0;  ///< creators among them that count no bytes, as nobody knows how many
 };

@@ -13,10 +13,15 @@ namespace Tresk {
 ///
 /// `computer(creator)` takes the weak pointer of this creator and returns a strong pointer to an array; an array other
 /// than a `MemArray<N, T>` counts as none.
-/// Threads: `produce` is not serialised: two threads may both compute, and the last array stays.
+/// \tparam Computer class of the computer; \tparam N rank and \tparam T element type of the arrays
+///
+/// Threads: `produce` is not serialised: two threads may both compute, and the last array stays. The computer runs
+/// without a lock.
+/// Errors: exceptions of the computer pass, and the creator is as before.
 template <class Computer, int N, class T>
 class TRESK_OPEN_TEMPLATE OnDemandCreator : public CreativeArrayBase {
  public:
+  /// \param computer is copied; \param cache where the creator keeps its books, may be empty
   OnDemandCreator(const Computer& computer, const CacheWeakPtr& cache) : CreativeArrayBase(cache), computer_(computer) {
     setReleaseSilent(true);
   }

@@ -25,7 +25,9 @@ class TRESK_EXPORT OwnerBase {
 
  protected:
   OwnerBase();
+  /// For derived classes; there is nothing to copy.
   OwnerBase(const OwnerBase&) = default;
+  /// For derived classes; there is nothing to assign.
   OwnerBase& operator=(const OwnerBase&) = default;
   ~OwnerBase();
 };
@@ -44,18 +46,23 @@ TRESK_EXPORT extern Ostrel::Mutex ownerMutex;
 /// Threads: owners may enter and leave while other threads ask questions, as a cache that releases a creator does.
 /// Walks that raise ages take no lock: owners do not enter or leave while another thread touches the object. Owners
 /// answer on whatever thread asks.
+/// Errors: exceptions of an owner pass, and owners behind it are not asked.
+/// Cost: entering and leaving by hash; a walk over several owners copies the set, one over a single owner does not.
 template <class T, class C>
 class TRESK_OPEN_TEMPLATE Ownable : public virtual OwnerBase {
  public:
   /// What an owner of such objects derives from.
   class TRESK_OPEN_TEMPLATE Container : public Ostrel::ReferenceBase<Container>, public virtual OwnerBase, public C {
    public:
+    /// An owner, observed.
     using WeakPointer = Ostrel::WeakPtr<Container, Container>;
 
     /// The trace that the walk leaves in a question: the owner asked last.
     class TRESK_OPEN_TEMPLATE PassThrough : public Ostrel::Interface<PassThrough> {
      public:
+      /// \param container the owner that is about to be asked
       explicit PassThrough(const WeakPointer& container) : container_(container) {}
+      /// The owner asked last; may have died since.
       const WeakPointer& getContainer() const noexcept { return container_; }
 
      private:
@@ -65,6 +72,7 @@ class TRESK_OPEN_TEMPLATE Ownable : public virtual OwnerBase {
    protected:
     Container() : Ostrel::ReferenceBase<Container>(this) {}
   };
+  /// An owner, observed.
   using OwnerPointer = Ostrel::WeakPtr<Container, Container>;
 
   /// Enters an owner; false if it stands in the set already or the pointer is empty.
@@ -73,10 +81,12 @@ class TRESK_OPEN_TEMPLATE Ownable : public virtual OwnerBase {
     const Ostrel::MutexLock lock(Detail::ownerMutex);
     return owners_.insert(owner).second;
   }
+  /// Takes an owner, dead or alive, out of the set; false if it does not stand there.
   bool removeOwner(const OwnerPointer& owner) {
     const Ostrel::MutexLock lock(Detail::ownerMutex);
     return owners_.erase(owner) != 0;
   }
+  /// Whether an owner, dead or alive, stands in the set.
   bool isOwnedBy(const OwnerPointer& owner) const {
     const Ostrel::MutexLock lock(Detail::ownerMutex);
     return owners_.count(owner) != 0;
@@ -87,12 +97,14 @@ class TRESK_OPEN_TEMPLATE Ownable : public virtual OwnerBase {
     return owners_.size();
   }
 
-  /// The owners in the order of the set, dead ones included.
+  /// A copy of the owners in the order of the set, dead ones included.
   std::vector<OwnerPointer> getOwners() const {
     const Ostrel::MutexLock lock(Detail::ownerMutex);
     return {owners_.begin(), owners_.end()};
   }
 
+  /// Asks the living owners in the order of the set until one answers false, which is then the answer. Before each of
+  /// them its `PassThrough` is laid in the question, in place of the former one. Without a living owner true.
   bool processOwnership(Ostrel::Intercube& question, const Ostrel::Intercube& context) const override {
     bool goesOn = true;
     forEachLivingOwner([&](Container& owner) {
@@ -105,6 +117,7 @@ class TRESK_OPEN_TEMPLATE Ownable : public virtual OwnerBase {
     return goesOn;
   }
 
+  /// Hands the argument to all living owners in the order of the set.
   void forEachOwner(void* argument) override {
     forEachLivingOwner([argument](Container& owner) {
       owner.forEachOwner(argument);
@@ -152,13 +165,13 @@ class TRESK_OPEN_TEMPLATE Ownable : public virtual OwnerBase {
 
 /// What a field remembers of its creators: the newest ages of any of them.
 struct TRESK_EXPORT CreativeArrayBaseContainerBase {
-  Ostrel::Ageable dataAge = Ostrel::Ageable::Ooooold;
-  Ostrel::Ageable attributeAge = Ostrel::Ageable::Ooooold;
+  Ostrel::Ageable dataAge = Ostrel::Ageable::Ooooold;       ///< of data, raised by `CreativeArrayBase::touch`
+  Ostrel::Ageable attributeAge = Ostrel::Ageable::Ooooold;  ///< of attributes, raised by `touchAttributes` and its like
 };
 
 /// What other owners remember of their children.
 struct TRESK_EXPORT ChildrenProperties {
-  Ostrel::Ageable age = Ostrel::Ageable::Ooooold;
+  Ostrel::Ageable age = Ostrel::Ageable::Ooooold;  ///< for derived classes; this library leaves it as it is
 };
 
 }  // namespace Tresk

@@ -12,7 +12,7 @@ class TRESK_EXPORT SaveableAttributes : public Ostrel::Attributes {
   SaveableAttributes();
   ~SaveableAttributes();
 
-  Ostrel::Ageable attributesSavedAge;
+  Ostrel::Ageable attributesSavedAge;  ///< for savers to write; this library does not read it
 };
 
 }  // namespace Tresk
