@@ -61,12 +61,11 @@ class TRESK_EXPORT CoordinateAxisArray<double, ExplicitCoordinateAxisArray> : pu
 template <class Kind>
 using CoordinateAxisPtr = Ostrel::StrongPtr<CoordinateAxisArray<double, Kind>, Ostrel::ChunkBase>;
 
-///@{
-/// A new axis of the same positions.
+/// A new axis of the same origin, step and length.
 TRESK_EXPORT CoordinateAxisPtr<LinearCoordinateAxisArray> copyAxis(
     const CoordinateAxisArray<double, LinearCoordinateAxisArray>& axis);
+/// A new axis of the same positions, without their lookup.
 TRESK_EXPORT CoordinateAxisPtr<ExplicitCoordinateAxisArray> copyAxis(
     const CoordinateAxisArray<double, ExplicitCoordinateAxisArray>& axis);
-///@}
 
 }  // namespace Tresk

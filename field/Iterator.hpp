@@ -119,15 +119,14 @@ class ComponentReference {
     *this = static_cast<Quorvel::FixedArray<X, K>>(other);
     return *this;
   }
-  ///@{
   /// Compares the elements component by component.
   friend bool operator==(const ComponentReference& a, const Quorvel::FixedArray<X, K>& b) noexcept {
     return static_cast<Quorvel::FixedArray<X, K>>(a) == b;
   }
+  /// Compares the elements referred to, and not where they are.
   friend bool operator==(const ComponentReference& a, const ComponentReference& b) noexcept {
     return a == static_cast<Quorvel::FixedArray<X, K>>(b);
   }
-  ///@}
 
  private:
   X* first_;

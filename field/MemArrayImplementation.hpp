@@ -332,7 +332,8 @@ MemBasePtr MemArrayAllocator<T>::create(const DynamicSize& size) const {
 
 }  // namespace Tresk
 
-/// Instantiates all that exists for one element type.
+/// Instantiates all that exists for one element type. Stands in one source, outside of all namespaces, with a semicolon
+/// behind it.
 #define TRESK_INSTANTIATE_ELEMENT_TYPE(...)                        \
   template class Tresk::TreskType<__VA_ARGS__>;                    \
   template Tresk::TreskTypePtr Tresk::getTreskType<__VA_ARGS__>(); \

@@ -32,19 +32,20 @@ class MultiArray<N, T, std::integer_sequence<unsigned long long, Dimensions...>>
   using ConstReference = typename Iterator<T>::ConstReference;  ///< refers to an element for reading, or is a copy
   using Unit = WalkUnitType<T>;                                 ///< the unit of the walk
 
-  ///@{
-  /// The element at `N` indices, the fastest dimension first.
+  /// The element at `N` indices, the fastest dimension first, for reading.
   template <std::integral... Indices>
   requires(sizeof...(Indices) == N) ConstReference operator()(Indices... indices) const {
     return read(MultiIndex<N>(indices...));
   }
+  /// The same for writing.
   template <std::integral... Indices>
   requires(sizeof...(Indices) == N) Reference operator()(Indices... indices) {
     return refer(MultiIndex<N>(indices...));
   }
+  /// The element at an index, for reading.
   ConstReference operator[](const MultiIndex<N>& index) const { return read(index); }
+  /// The same for writing.
   Reference operator[](const MultiIndex<N>& index) { return refer(index); }
-  ///@}
 
   /// Writes the element at `index`.
   void setElement(const MultiIndex<N>& index, const T& value) { refer(index) = value; }
@@ -87,8 +88,6 @@ namespace Detail {
 /// The numbers of the dimensions of an array of rank `N`, 1 to 4, as a sequence in its member `Type`.
 template <int N>
 struct DimensionSequence;
-// Its rows, which say no more.
-/// \cond
 template <>
 struct DimensionSequence<1> {
   using Type = std::integer_sequence<unsigned long long, 0>;
@@ -105,7 +104,6 @@ template <>
 struct DimensionSequence<4> {
   using Type = std::integer_sequence<unsigned long long, 0, 1, 2, 3>;
 };
-/// \endcond
 }  // namespace Detail
 
 /// The multi-dimensional view of rank `N`.

@@ -18,16 +18,14 @@ class TRESK_OPEN_TEMPLATE MultiIndex {
   requires(sizeof...(Values) == N) constexpr MultiIndex(Values... values) noexcept
       : values_{static_cast<unsigned long long>(values)...} {}
 
-  ///@{
-  /// Entry `d`, which is not tested.
+  /// Entry `d`, which is not tested, for writing.
   constexpr unsigned long long& operator[](int d) noexcept { return values_[d]; }
+  /// Entry `d`, which is not tested.
   constexpr unsigned long long operator[](int d) const noexcept { return values_[d]; }
-  ///@}
-  ///@{
-  /// The `N` entries as a range.
+  /// The first of the `N` entries, which are adjacent.
   constexpr const unsigned long long* begin() const noexcept { return values_; }
+  /// Behind the last entry.
   constexpr const unsigned long long* end() const noexcept { return values_ + N; }
-  ///@}
 
   /// The product of the entries, modulo 2^64.
   constexpr unsigned long long nElements() const noexcept {

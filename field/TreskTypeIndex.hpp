@@ -23,11 +23,10 @@ struct TRESK_EXPORT TreskTypeIndex {
   std::string chartName;          ///< readable name of the chart, "void" if there is none
   int chartDimension = 0;         ///< dimension of the chart, 0 if there is none
 
-  ///@{
-  /// Compares field by field.
+  /// Whether all fields are equal.
   friend bool operator==(const TreskTypeIndex& a, const TreskTypeIndex& b) = default;
+  /// The order of the first field in which both differ.
   friend std::strong_ordering operator<=>(const TreskTypeIndex& a, const TreskTypeIndex& b) = default;
-  ///@}
 
   /// One line for people, for instance "{double} is voiddouble[1] (rank 0, grade 0) Size=8 [1 x 8]".
   /// Chart and component type stand without a separator, deliberately.

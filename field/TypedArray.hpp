@@ -16,11 +16,10 @@ class TRESK_OPEN_TEMPLATE TypedArray : public virtual MemBase {
   virtual T first() const = 0;
   /// The element at the greatest indices; an extent of 0 counts as index 0.
   virtual T last() const = 0;
-  ///@{
   /// The walk over the elements, which is part of the array.
   virtual const CreativeIterator<T>& getIterator() const = 0;
+  /// The same for writing.
   virtual CreativeIterator<T>& getIterator() = 0;
-  ///@}
   /// The storage with its element type; empty if the storage is of another type.
   virtual Ostrel::StrongPtr<Ostrel::TypedChunk<T>, Ostrel::ChunkBase> getTypedChunk() const = 0;
 
