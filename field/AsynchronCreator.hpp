@@ -62,7 +62,7 @@ struct TRESK_EXPORT CreationMutex {
 ///
 /// Errors: an exception of the function on the thread is rethrown by the next `produce`, once. The creator stays
 /// marked then, deliberately: `request` answers false and `release` `StillInUse` for good, and `produce` runs the
-/// function each time.
+/// function each time. Former data stay, and `produce` finds them first.
 /// Lifetime: the thread holds the creator weakly until it begins, so that a creator may die before; the work is then
 /// skipped. While the function runs, the thread holds it. A creator that dies on its own thread hands the thread to be
 /// joined to the process, which joins it at a later `request` of any creator, or at exit. At exit the process waits for
@@ -77,6 +77,7 @@ class TRESK_EXPORT AsynchronCreator : public Ostrel::AlzheimerCreator<MemBase, C
 
   /// No thread is started. An empty function makes no data. `cache` may be empty.
   AsynchronCreator(const Function& function, const CachePtr& cache);
+  /// Waits for the end of its thread, except on that very thread.
   ~AsynchronCreator() override;
 
   /// Describes the data before there are any: extents and element type. Nothing happens for an invalid type.
@@ -93,7 +94,8 @@ class TRESK_EXPORT AsynchronCreator : public Ostrel::AlzheimerCreator<MemBase, C
   /// Starts the work on a thread; false if there are data or work is running. Nobody is told of the end: ask `hasData`
   /// or `isUnderCreation`, or call `produce`. `callback` goes to an attached `Producer`, whose answer is returned; the
   /// function runs all the same. Waits for the end of an earlier thread. An exception at the start of the thread,
-  /// such as `std::system_error`, passes, and the creator is idle then; one of the producer passes while the work goes on.
+  /// such as `std::system_error`, passes, and the creator is idle then; one of the producer passes, and the work goes
+  /// on.
   bool request(const Callback& callback) override;
   /// Lets the data go: `StillInUse` while the creator is under creation, or somebody else holds them; else `Released`,
   /// also without data. Data that are held wait for the creation mutex; a cache that asks does not wait, and is told

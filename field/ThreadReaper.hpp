@@ -29,8 +29,8 @@ class TRESK_EXPORT RunningThread {
   bool hasBegun_ = false;  ///< on the thread itself; one that was never started may end on any thread
 };
 
-/// Takes over the future of the calling thread. The thread is joined by a later `joinFinishedThreads` on another thread,
-/// or at exit.
+/// Takes over the future of the calling thread. The thread is joined by a later `joinFinishedThreads` on another
+/// thread, or at exit.
 TRESK_EXPORT void reapLater(std::future<bool> future);
 
 /// Joins what has finished; never the calling thread, and never one that still works. Not to be called under a lock.
