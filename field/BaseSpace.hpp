@@ -20,7 +20,9 @@ class TRESK_EXPORT BaseSpaceDependency : public Ownable<Field, ChildrenPropertie
   ~BaseSpaceDependency() override;
 };
 
+/// A dependency, held.
 using BaseSpaceDependencyPtr = Ostrel::StrongPtr<BaseSpaceDependency, Ownable<Field, ChildrenProperties>::Container>;
+/// A dependency, observed.
 using BaseSpaceDependencyWeakPtr = Ostrel::WeakPtr<BaseSpaceDependency, Ownable<Field, ChildrenProperties>::Container>;
 
 /// The domain that fields live on. What it is made of is the business of derived classes.

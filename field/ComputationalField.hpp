@@ -16,10 +16,11 @@ namespace Tresk {
 template <class Op, class R, class A, class B>
 class TRESK_OPEN_TEMPLATE BinaryOperator {
  public:
-  using Result = R;
-  using Left = A;
-  using Right = B;
+  using Result = R;  ///< element type of the result
+  using Left = A;    ///< element type of the left operand
+  using Right = B;   ///< element type of the right operand
 
+  /// One element of the result, cast to `R`.
   static constexpr R apply(const A& a, const B& b) { return static_cast<R>(Op::apply(a, b)); }
 };
 
@@ -28,8 +29,8 @@ namespace Detail {
 /// The elements of a rectangular array along dimension 0.
 template <class T>
 struct Row {
-  const T* first;
-  unsigned long long stride;
+  const T* first;             ///< element at index 0 of the row
+  unsigned long long stride;  ///< distance of its elements, in elements
 };
 
 /// The row of an array that begins at `index`.
@@ -112,7 +113,8 @@ MemBasePtr combineArrays(const MemArray<N, typename Op::Left>& left, const MemAr
 /// Making one computes nothing: each fragment of the left operand gets a creator that fetches both operands when it is
 /// asked, combines them and keeps the result until the cache wants the memory. The field shares the numbering of the
 /// left operand and does not follow later changes of its table. The extents of the left array rule; the right one is
-/// read at the same indices, without a test: `isCompatible` tells beforehand.
+/// read at the same indices, without a test: `isCompatible` tells beforehand. Fragments are those of the left operand:
+/// of a right operand on another collection no named fragment is found.
 /// \tparam Op a `BinaryOperator`
 ///
 /// Lifetime: holds the right operand, and each creator the left creator of its fragment. The left operand itself is not
@@ -123,6 +125,8 @@ MemBasePtr combineArrays(const MemArray<N, typename Op::Left>& left, const MemAr
 /// or of another type yields no data.
 /// Threads: a computation runs on the thread that asks, and takes the shared lock of the right operand. The constructor
 /// holds that of the left one.
+/// Cost: to make one, a small object for each fragment; to compute a fragment, one pass over it and the productions of
+/// its operands.
 template <class Op>
 class TRESK_OPEN_TEMPLATE ComputationalField : public Field, public Op {
  public:
@@ -130,11 +134,14 @@ class TRESK_OPEN_TEMPLATE ComputationalField : public Field, public Op {
   template <int N>
   class TRESK_OPEN_TEMPLATE FragmentComputer {
    public:
+    /// \param owner the field, known weakly; \param fragment one of its fragments; \param left creator of the left
+    /// operand, held
     FragmentComputer(const Ostrel::WeakPtr<ComputationalField, CreatorContainer>& owner, const FragmentIDPtr& fragment,
                      const CreatorPtr& left)
         : owner_(owner), fragment_(fragment), left_(left) {}
 
-    /// The array, which belongs to `creator`; null if an operand is missing.
+    /// The array of the extents of the left operand, which belongs to `creator`; null if an operand is missing or of
+    /// another rank or type. Produces both operands if need be; exceptions of their productions pass.
     MemBasePtr operator()(const CreatorWeakPtr& creator) const {
       using LeftPtr = Ostrel::StrongPtr<MemArray<N, typename Op::Left>, Ostrel::Cacheable>;
       using RightPtr = Ostrel::StrongPtr<MemArray<N, typename Op::Right>, Ostrel::Cacheable>;
@@ -161,7 +168,7 @@ class TRESK_OPEN_TEMPLATE ComputationalField : public Field, public Op {
   ComputationalField(const FieldPtr& left, const FieldPtr& right);
   ~ComputationalField() override;
 
-  /// Binds a creator for each fragment of `left`; the work of the constructor.
+  /// Binds a creator for each fragment of `left`, under the shared lock of `left`; the work of the constructor.
   void createFieldFragments(const Field& left);
 
  private:
@@ -233,9 +240,11 @@ FieldPtr addFields(const FieldPtr& left, const FieldPtr& right) {
   return combineFields<BinaryOperator<Quorvel::Operator<'+', 0>, R, A, B>>(left, right);
 }
 
-// The field of the library: the sum of fields of numbers.
+// The field of the library: the sum of fields of numbers. An instance of what the reference tells above.
+/// \cond
 extern template class TRESK_EXPORT
     ComputationalField<BinaryOperator<Quorvel::Operator<'+', 0>, double, double, double>>;
 extern template TRESK_EXPORT FieldPtr addFields<double, double, double>(const FieldPtr& left, const FieldPtr& right);
+/// \endcond
 
 }  // namespace Tresk

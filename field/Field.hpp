@@ -21,8 +21,9 @@ namespace Tresk {
 
 /// What holds creators: the container that a field is.
 using CreatorContainer = Ownable<CreativeArrayBase, CreativeArrayBaseContainerBase>::Container;
-/// A field, held and observed.
+/// A field, held.
 using FieldPtr = Ostrel::StrongPtr<Field, CreatorContainer>;
+/// A field, observed.
 using FieldWeakPtr = Ostrel::WeakPtr<Field, CreatorContainer>;
 
 /// A snapshot of a field's table: the numbers of its fragments and their creators, which may be empty.
@@ -40,13 +41,15 @@ using CreatorWithFragment = std::pair<CreatorPtr, FragmentIDPtr>;
 ///
 /// Lifetime: counted. Holds its creators and its collection strongly; creators know the field weakly. A creator that is
 /// replaced is not told: its owner set keeps a weak entry for the field.
-/// Threads: lookups, walks and bindings may run at once, once the field has a collection. The fragment mutex is held shared by readers, also while
-/// creators are asked for size or type and while `clear` lets them release; exclusively only to insert a key or to
-/// empty the table. Creators and savers may read the field then, and must not bind or clear. The collection is not
-/// guarded by it.
-/// Errors: lookups answer with null, 0xFFFFFFFF, -1, false or `void`. `setCreator` alone throws. Exceptions of a
-/// production reach the caller of `getData`.
-/// Cost: lookup by number is a binary search; binding in the order of numbers appends.
+/// Threads: lookups, walks and bindings may run at once, once the field has a collection. The fragment mutex is held
+/// shared by readers, also while creators are asked for size or type and while `clear` lets them release; exclusively
+/// only to insert keys, to empty the table, and after a binding that failed. Creators and savers may read the field
+/// under the shared lock, and must not bind or clear. The collection is not guarded by it.
+/// Errors: lookups answer with null, 0xFFFFFFFF, -1, false or `void`. `setCreator` alone refuses, by an exception; what
+/// binds or reserves may also throw `std::length_error` and `std::bad_alloc`. Exceptions of a production reach the
+/// caller of `getData`.
+/// Cost: lookup by number is a binary search, constant if the numbers have no gaps; binding in the order of numbers
+/// appends. Walks and questions about the content are linear in the number of fragments.
 class TRESK_EXPORT Field : public CreatorContainer,
                            public Ownable<Field, ChildrenProperties>,
                            public Ostrel::Intercube,
@@ -54,12 +57,12 @@ class TRESK_EXPORT Field : public CreatorContainer,
                            public Ostrel::Ageable,
                            public SaveableAttributes {
  public:
-  using fragment_mutex_t = FragmentMutex;
+  using fragment_mutex_t = FragmentMutex;  ///< the lock of the table
 
   /// The fragment table: two vectors kept in step, the keys strictly ascending.
   struct fragments_t {
-    std::vector<std::uint32_t> keys;
-    std::vector<CreatorPtr> values;  ///< the creator of each key; may be empty
+    std::vector<std::uint32_t> keys;  ///< the numbers of the fragments
+    std::vector<CreatorPtr> values;   ///< the creator of each key; may be empty
   };
 
   /// Which creator `createCreator` makes for data.
@@ -81,14 +84,20 @@ class TRESK_EXPORT Field : public CreatorContainer,
   explicit Field(const FragmentIDCollectionProvider& provider);
   /// A sibling of a field: it shares the numbering. Of a dead field it gets no collection.
   explicit Field(const FieldWeakPtr& sibling);
-  /// The same with a creator for the unnamed fragment.
+  /// A sibling of a field, with a creator for the unnamed fragment (`setCreator`). When it throws, the new field is no
+  /// owner of the creator.
   Field(const CreatorPtr& creator, const FieldWeakPtr& sibling);
+  /// The same on the collection that `provider` names.
   Field(const CreatorPtr& creator, const FragmentIDCollectionProvider& provider);
+  /// The same on a collection.
   Field(const CreatorPtr& creator, const FragmentIDCollectionPtr& collection);
-  /// The same with data for the unnamed fragment, kept in the default cache.
+  /// A sibling of a field, with data for the unnamed fragment, kept in the default cache (`setPersistentData`).
   Field(const MemBasePtr& data, const FieldWeakPtr& sibling);
+  /// The same on the collection that `provider` names.
   Field(const MemBasePtr& data, const FragmentIDCollectionProvider& provider);
+  /// The same on a collection.
   Field(const MemBasePtr& data, const FragmentIDCollectionPtr& collection);
+  /// The same on a collection and in another cache.
   Field(const MemBasePtr& data, const CachePtr& cache, const FragmentIDCollectionPtr& collection);
 
   // The order of the virtual operations is part of the interface.
@@ -110,7 +119,8 @@ class TRESK_EXPORT Field : public CreatorContainer,
   /// The number of a fragment, which is registered if need be (`FragmentIDCollection::getID`). A field without a living
   /// collection takes the one of the fragment, or a new one.
   unsigned int getNumericalID(const FragmentIDPtr& fragment);
-  /// The number of a fragment, without registering it: 0 for the unnamed fragment, 0xFFFFFFFF without a collection.
+  /// The number of a fragment, without registering it: 0 for the unnamed fragment, 0xFFFFFFFF without a collection. A
+  /// fragment of another collection has the number that it has there.
   unsigned int findNumericalID(const FragmentIDPtr& fragment) const;
   /// The number of a name; 0xFFFFFFFF if it is unknown.
   unsigned int findNumericalIDByName(const std::string& name) const;
@@ -130,7 +140,9 @@ class TRESK_EXPORT Field : public CreatorContainer,
   /// The creator of a fragment of the field's own collection; a free-standing fragment or one of another collection
   /// has none. The unnamed fragment is that of a field with one entry, unless the entry belongs to a named fragment.
   CreatorPtr getCreator(const FragmentIDPtr& fragment) const;
+  /// The creator of a number; empty if none is bound to it.
   CreatorPtr getCreatorByNumericalID(unsigned int number) const;
+  /// The creator of the fragment of a name; empty if the name is unknown or nothing is bound to it.
   CreatorPtr getCreatorByName(const std::string& name) const;
   /// The same with the fragment; both empty if there is none.
   CreatorWithFragment getCreatorByNameF(const std::string& name) const;
@@ -138,10 +150,12 @@ class TRESK_EXPORT Field : public CreatorContainer,
   CreatorWithFragment getCompatibleCreatorF(const FragmentIDPtr& fragment) const;
   /// The creator of the first entry. Takes no lock.
   CreatorPtr getFirstCreator() const;
-  /// The data of a fragment, produced if need be and marked as used.
+  /// The data of a fragment, produced if need be, without a lock of the field, and marked as used. Null without a
+  /// creator and if the production yields nothing; its exceptions pass.
   MemBasePtr getData(const FragmentIDPtr& fragment) const;
+  /// The data of a number, likewise.
   MemBasePtr getDataByNumericalID(unsigned int number) const;
-  /// The data of the first entry. Takes no lock.
+  /// The data of the first entry, likewise; looks it up without a lock.
   MemBasePtr getFirstData() const;
   /// The slot of a number, which is made if need be, for writing. As the caller may write it, this counts as a change
   /// of the field, and an unknown number leaves an entry without a creator. The reference holds until the next
@@ -151,11 +165,11 @@ class TRESK_EXPORT Field : public CreatorContainer,
   // Binding.
 
   /// Binds a creator to a fragment. Throws the text "Field::setCreator(): Inconsistent Fragment ID Collection!" as
-  /// `const char*` if the fragment is alive and its collection is not the field's; nothing is bound then. The reference
-  /// holds until the next insertion.
+  /// `const char*` if the fragment is alive and its collection is not the field's, also if it has none while the field
+  /// has one; nothing is bound then. The reference holds until the next insertion.
   CreatorPtr& setCreator(const CreatorPtr& creator, const FragmentIDPtr& fragment);
   /// Binds a creator to a number. If another thread binds the number at the same moment and inserts it first, that
-  /// creator stays.
+  /// creator stays. The reference holds until the next insertion.
   CreatorPtr& setCreatorViaFragmentIndex(unsigned int number, const CreatorPtr& creator);
   /// Binds many creators at once, as `setCreatorViaFragmentIndex` would one after the other: of entries with the same
   /// number the last one holds. The fragments come in any order: they are sorted, and the table is moved once, which
@@ -163,28 +177,32 @@ class TRESK_EXPORT Field : public CreatorContainer,
   /// Throws `std::length_error` for more than 4294967295 entries; the table survives that and a lack of memory.
   void setCreatorsViaFragmentIndex(const fragment_copy_t& entries);
   /// Makes a creator for data, which must stand on the list of a cache once that creator is theirs, and binds it. Null
-  /// otherwise, and the data are then without a creator; null for null data and for any other `alternative`.
+  /// otherwise, and the data are then without a creator; null for null data and for any other `alternative`. The number
+  /// is that of `getNumericalID`, also for a fragment of another collection.
   CreatorPtr createCreator(const MemBasePtr& data, const FragmentIDPtr& fragment, CreationFailAlternative alternative,
                            const CacheWeakPtr& cache);
+  /// The same for the fragment of a name, which is made if need be, also for null data.
   CreatorPtr createCreator(const MemBasePtr& data, const std::string& name, CreationFailAlternative alternative,
                            const CacheWeakPtr& cache);
-  /// Binds data by a creator that keeps them. Null data give `CreativeArrayNullPtr()` and leave the field alone. When it
-  /// throws, either nothing is bound and the data still have their former creator, or they are bound and their
-  /// description is not complete.
-  /// \param provenance where the data come from; may be empty
+  /// Binds data by a creator that keeps them. Null data give `CreativeArrayNullPtr()` and leave the field alone. When
+  /// it throws, either nothing is bound and the data still have their former creator, or they are bound and their
+  /// description is not complete. `provenance` says where the data come from, and may be empty. The number is that of
+  /// `getNumericalID`. The reference holds until the next insertion.
   const CreatorPtr& setPersistentData(const MemBasePtr& data, const FragmentIDPtr& fragment, const CachePtr& cache,
                                       const std::string& provenance);
-  /// Binds data by a creator that may forget them for good. Null for null data.
+  /// Binds data by a creator that may forget them for good. Null for null data. The number is that of `getNumericalID`.
   CreatorPtr setDiscardableData(const MemBasePtr& data, const CacheWeakPtr& cache, const FragmentIDPtr& fragment);
   /// Raises the capacity of the table to at least `nFragments` entries. Takes no lock: only while the field is not
   /// shared. Throws `std::length_error` with "vector::reserve" beyond the limit of the table, which survives.
   void reserve_fragments(unsigned long long nFragments);
-  /// Asks all creators to release, and drops them. Age and collection stay.
+  /// Asks all creators to release, under the shared lock, and drops them. Age and collection stay. An exception of a
+  /// saver passes and leaves the table as it is.
   void clear();
 
   // Walks in the order of numbers. `f` is called as `f(fragment, creator)`; without a living collection the fragment is
   // empty. The answer counts the calls that returned true.
 
+  /// What a walk calls with a fragment, which may be empty, and its creator. Exceptions end the walk and pass.
   using FragmentFunction = std::function<bool(const FragmentIDPtr&, const CreatorPtr&)>;
 
   /// Calls `f` for each fragment that has a creator, until it returns false; an empty `f` is called for none.
@@ -193,10 +211,10 @@ class TRESK_EXPORT Field : public CreatorContainer,
   /// - `parallel` false, `snapshot` false: under the shared lock. `f` may read the field and must not bind or clear.
   /// - `parallel` false, `snapshot` true: over a copy of the table without a lock. `f` may bind fragments, which are
   ///   not visited.
-  /// - `parallel` true: one task for each entry on a thread of its own, without a lock while they run, so that there
-  ///   are as many threads at once as fragments. `f` is called for entries without a creator too, and false stops
-  ///   nothing. The first exception in the order of fragments is rethrown when all tasks have ended. `snapshot` says
-  ///   whether the tasks are launched from a copy, or under the shared lock.
+  /// - `parallel` true: one task for each entry on a thread of its own (on this one where the system has none left),
+  ///   without a lock while they run, so that there are as many threads at once as fragments. `f` is called for entries
+  ///   without a creator too, and false stops nothing. The first exception in the order of fragments is rethrown when
+  ///   all tasks have ended. `snapshot` says whether the tasks are launched from a copy, or under the shared lock.
   ///
   /// Without one both flags are ignored: a single entry is visited even if it has no creator, more of them over a
   /// copy.
@@ -257,8 +275,9 @@ class TRESK_EXPORT Field : public CreatorContainer,
   /// The age of the field: the time of the last change of its table.
   const Ostrel::Ageable& getAge() const noexcept { return *this; }
 
-  /// Null pointers to refer to.
+  /// A null pointer to a creator, to refer to; never destroyed.
   static const CreatorPtr& CreativeArrayNullPtr();
+  /// A null pointer to a field, likewise.
   static const FieldPtr& NullPtrField();
 
  private:

@@ -26,6 +26,7 @@ class TRESK_EXPORT FragmentID : public Ostrel::ReferenceBase<FragmentID>, public
              const Ostrel::WeakPtr<FragmentIDCollection, FragmentIDCollection>& owner);
   ~FragmentID() override;
 
+  /// The name, which never changes and need not be unique.
   const std::string& getName() const noexcept { return name_; }
   /// The collection that numbered the fragment; may be empty or dead.
   const Ostrel::WeakPtr<FragmentIDCollection, FragmentIDCollection>& getOwner() const noexcept { return owner_; }

@@ -22,7 +22,9 @@ namespace Tresk {
 /// Lifetime: counted; holds its fragments strongly. They hold it weakly.
 /// Threads: no lock. Whoever makes a collection grow on several threads orders that; reading is safe while nobody
 /// makes it grow.
-/// Cost: names by hash, numbers by index.
+/// Errors: `std::length_error` for a fragment more than there are numbers, and `std::bad_alloc`; nothing has changed
+/// then.
+/// Cost: names by hash, numbers by index; the unnamed fragment by a search of all slots.
 class TRESK_EXPORT FragmentIDCollection : public Ostrel::ReferenceBase<FragmentIDCollection> {
  public:
   /// What a lookup answers when there is no number.

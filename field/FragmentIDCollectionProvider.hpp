@@ -10,11 +10,14 @@ namespace Tresk {
 /// has no virtual destructor.
 class TRESK_EXPORT FragmentIDCollectionProvider {
  public:
+  /// The numbering of the domain; may be empty.
   virtual FragmentIDCollectionPtr getFragmentIDCollection() const = 0;
 
  protected:
   FragmentIDCollectionProvider() = default;
+  /// For derived classes; there is nothing to copy.
   FragmentIDCollectionProvider(const FragmentIDCollectionProvider&) = default;
+  /// For derived classes; there is nothing to assign.
   FragmentIDCollectionProvider& operator=(const FragmentIDCollectionProvider&) = default;
   ~FragmentIDCollectionProvider() = default;
 };

@@ -10,11 +10,13 @@
 namespace Tresk {
 
 /// A set of fragments without a numbering authority, ordered as their pointers are. A value: a copy holds the same
-/// fragments in a set of its own.
+/// fragments in a set of its own. No lock: not to be changed while it is read.
 class TRESK_EXPORT FragmentIDContainer {
  public:
   FragmentIDContainer();
+  /// A set of the same fragments.
   FragmentIDContainer(const FragmentIDContainer& other);
+  /// Takes over the fragments; without memory for them the set stays as it was.
   FragmentIDContainer& operator=(const FragmentIDContainer& other);
   ~FragmentIDContainer();
 
@@ -24,6 +26,7 @@ class TRESK_EXPORT FragmentIDContainer {
   /// Enters a fragment; false if it was there already.
   bool addFragmentID(const FragmentIDPtr& fragment) { return fragments_.insert(fragment).second; }
 
+  /// The number of entries of the set.
   unsigned long long nFragments() const noexcept { return fragments_.size(); }
   /// The smallest fragment of the set; empty if there is none.
   FragmentIDPtr getFirst() const;

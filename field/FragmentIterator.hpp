@@ -18,7 +18,9 @@ class TRESK_EXPORT FragmentIterator {
 
  protected:
   FragmentIterator() = default;
+  /// For derived classes; there is nothing to copy.
   FragmentIterator(const FragmentIterator&) = default;
+  /// For derived classes; there is nothing to assign.
   FragmentIterator& operator=(const FragmentIterator&) = default;
 };
 
@@ -26,11 +28,14 @@ class TRESK_EXPORT FragmentIterator {
 class TRESK_EXPORT FragmentIndexIterator {
  public:
   virtual ~FragmentIndexIterator();
+  /// Called for the number of a fragment and its creator; false ends the walk.
   virtual bool apply(unsigned int number, const CreatorPtr& creator) = 0;
 
  protected:
   FragmentIndexIterator() = default;
+  /// For derived classes; there is nothing to copy.
   FragmentIndexIterator(const FragmentIndexIterator&) = default;
+  /// For derived classes; there is nothing to assign.
   FragmentIndexIterator& operator=(const FragmentIndexIterator&) = default;
 };
 

@@ -16,20 +16,26 @@ namespace Tresk {
 /// shared lock of a field may read that field. The price is that a writer waits for as long as readers overlap.
 /// There is no upgrade: a thread that holds it shared and asks for it exclusively waits for good.
 /// Works with `std::shared_lock` and `std::unique_lock`.
+/// Cost: without contention one atomic write to enter and one to leave.
 class TRESK_EXPORT TRESK_CAPABILITY("shared_mutex") FragmentMutex {
  public:
   FragmentMutex() = default;
   FragmentMutex(const FragmentMutex&) = delete;
   FragmentMutex& operator=(const FragmentMutex&) = delete;
 
+  /// Waits until nobody is inside, and takes it exclusively.
   void lock() TRESK_ACQUIRE();
+  /// Takes it exclusively, if nobody is inside.
   bool try_lock() noexcept TRESK_TRY_ACQUIRE(true);
+  /// Gives it up and wakes all who wait.
   void unlock() noexcept TRESK_RELEASE();
 
+  /// Waits while a writer is inside, and takes it shared.
   TRESK_HOT void lock_shared() TRESK_ACQUIRE_SHARED() TRESK_NO_THREAD_SAFETY_ANALYSIS {
     if (!try_lock_shared()) [[unlikely]]
       waitAndLockShared();
   }
+  /// Takes it shared, unless a writer is inside.
   TRESK_HOT bool try_lock_shared() noexcept TRESK_TRY_ACQUIRE_SHARED(true) {
     std::uint32_t state = state_.load(std::memory_order_relaxed);
     while ((state & Writer) == 0)
@@ -37,6 +43,7 @@ class TRESK_EXPORT TRESK_CAPABILITY("shared_mutex") FragmentMutex {
         return true;
     return false;
   }
+  /// Gives one share up; the last reader wakes the writers that wait.
   TRESK_HOT void unlock_shared() noexcept TRESK_RELEASE_SHARED() {
     // Only the last reader can let a writer in. A writer may sleep on any number of readers; it wakes here and looks
     // again.
@@ -56,6 +63,7 @@ class TRESK_EXPORT TRESK_CAPABILITY("shared_mutex") FragmentMutex {
 /// Holds a `FragmentMutex` shared for a scope.
 class TRESK_SCOPED_CAPABILITY SharedFragmentLock {
  public:
+  /// Waits while a writer is inside. `mutex` outlives the lock.
   explicit SharedFragmentLock(FragmentMutex& mutex) TRESK_ACQUIRE_SHARED(mutex) : mutex_(mutex) {
     mutex_.lock_shared();
   }
@@ -70,6 +78,7 @@ class TRESK_SCOPED_CAPABILITY SharedFragmentLock {
 /// Holds a `FragmentMutex` exclusively for a scope.
 class TRESK_SCOPED_CAPABILITY ExclusiveFragmentLock {
  public:
+  /// Waits until nobody is inside. `mutex` outlives the lock.
   explicit ExclusiveFragmentLock(FragmentMutex& mutex) TRESK_ACQUIRE(mutex) : mutex_(mutex) { mutex_.lock(); }
   ~ExclusiveFragmentLock() TRESK_RELEASE() { mutex_.unlock(); }
   ExclusiveFragmentLock(const ExclusiveFragmentLock&) = delete;

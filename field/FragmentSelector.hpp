@@ -16,14 +16,16 @@ class TRESK_EXPORT FragmentSelector : public Ostrel::ReferenceBase<FragmentSelec
  public:
   // The order of the virtual operations is part of the interface.
   ~FragmentSelector() override;
-  /// Whether a walk shall visit a fragment, which may be empty.
+  /// Whether a walk shall visit a fragment, which may be empty. Asked on the thread of the walk, without a lock.
   virtual bool isSelected(const CreativeArrayBase& creator, FragmentIDPtr fragment) = 0;
 
  protected:
   FragmentSelector();
 };
 
+/// A selector, held.
 using FragmentSelectorPtr = Ostrel::StrongPtr<FragmentSelector, FragmentSelector>;
+/// A selector, observed, as a walk takes it.
 using FragmentSelectorWeakPtr = Ostrel::WeakPtr<FragmentSelector, FragmentSelector>;
 
 }  // namespace Tresk

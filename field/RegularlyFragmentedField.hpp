@@ -40,7 +40,8 @@ class TRESK_OPEN_TEMPLATE RegularlyFragmentedField : public Field {
   bool validate(const MultiIndex<N>& index) const { return Field::validate(numberOf(index)); }
   /// The creator of a block; empty if there is none.
   CreatorPtr getCreator(const MultiIndex<N>& index) const { return getCreatorByNumericalID(numberOf(index)); }
-  /// The slot of a block for writing, which is made if need be. Counts as a change of the field.
+  /// The slot of a block for writing, which is made if need be. Counts as a change of the field. The reference holds
+  /// until the next insertion.
   CreatorPtr& getCreatorReference(const MultiIndex<N>& index) {
     return getCreatorReferenceViaFragmentIndex(numberOf(index));
   }
@@ -62,6 +63,7 @@ class TRESK_OPEN_TEMPLATE RegularlyFragmentedField : public Field {
 extern template class RegularlyFragmentedField<3>;
 
 /// A field of blocks for a size of rank 3, whose fragments are named "ixjxkRegularFragment". Null for any other rank.
+/// Throws `std::length_error` for more blocks than a vector can hold.
 TRESK_EXPORT FieldPtr newRegularlyFragmentedField(const DynamicSize& size);
 
 }  // namespace Tresk
