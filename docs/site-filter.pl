@@ -1,0 +1,107 @@
+#!/usr/bin/env perl
+# SPDX-License-Identifier: BSD-3-Clause
+# Copyright (c) 2026 the Tresk authors
+#
+# Makes a page of the repository one of the site, and writes it to the standard output. Run from the root.
+# usage: perl docs/site-filter.pl <page.md>
+#
+# - The licence lines are left out; title and headings get the names that links use: `memory`, `memory-what-counts`.
+# - [text](memory.md), [text](memory.md#what-counts) lead to pages and headings of the site, links to programs under
+#   examples/ to their listing. What is part of the repository and not of the site stays as plain text. A link to a
+#   page that does not exist is left to Doxygen, which complains.
+# - A comment before a block of code that names its source becomes a line with a link to the listing.
+# - A page with several headings begins with a list of them.
+use strict;
+use warnings;
+
+my $page = shift or die "usage: site-filter.pl <page.md>\n";
+$page =~ s{^\Q@{[cwd_()]}\E/}{};
+my ($folder) = $page =~ m{^(.*)/[^/]*$};
+$folder = '' unless defined $folder;
+
+sub cwd_ { my $here = `pwd`; chomp $here; return $here }
+
+# The name of the page that a file becomes.
+sub label {
+  my $file = shift;
+  return 'index' if $file eq 'docs/overview.md' or $file eq 'README.md';
+  return "floor-$1" if $file =~ m{^(\w+)/README\.md$};
+  $file =~ s{^.*/}{};
+  $file =~ s{\.md$}{};
+  return lc $file;
+}
+
+# The name of a heading, spelled as the viewers of repositories spell it.
+sub slug {
+  my $text = lc shift;
+  $text =~ s/[^a-z0-9 _-]//g;
+  $text =~ s/ /-/g;
+  return $text;
+}
+
+# The file of the listing of an example, by the rules of Doxygen for names of files.
+sub listing {
+  my $name = shift;
+  $name =~ s{^examples/}{};
+  $name =~ s{_}{__}g;
+  $name =~ s{/}{_2}g;
+  $name =~ s{\.}{_8}g;
+  return "$name-example.html";
+}
+
+# The path from the root, without "." and "..".
+sub resolve {
+  my $path = $folder eq '' ? $_[0] : "$folder/$_[0]";
+  my @parts;
+  for (split m{/}, $path) {
+    if ($_ eq '..') { pop @parts }
+    elsif ($_ ne '.' and $_ ne '') { push @parts, $_ }
+  }
+  return join '/', @parts;
+}
+
+sub link_to {
+  my ($text, $target) = @_;
+  return "[$text]($target)" if $target =~ m{^[a-z]+:};
+  my ($file, $heading) = split /#/, $target, 2;
+  my $path = $file eq '' ? $page : resolve($file);
+  if ($path =~ m{\.md$} and -e $path) {
+    return "[$text](\@ref " . label($path) . (defined $heading ? "-$heading" : '') . ')';
+  }
+  return "<a href=\"@{[listing($path)]}\">$text</a>" if $path =~ m{^examples/.*\.(cpp|hpp)$} and -e $path;
+  return $text if -e $path;
+  return "[$text](\@ref $path)";
+}
+
+open my $in, '<', $page or die "$page: $!\n";
+my @lines = <$in>;
+close $in;
+my $n_headings = grep { /^## / } @lines;
+my $own = label($page);
+my $is_code = 0;
+my %seen;
+for (@lines) {
+  if (/^\s*```/) { $is_code = !$is_code; print; next }
+  if ($is_code) { print; next }
+  next if /^<!-- (SPDX|Copyright)/;
+  if (m{^<!--\s*(examples/\S+\.(?:cpp|hpp))\b.*-->\s*$} and -e $1) {
+    print "<p class=\"source\"><a href=\"@{[listing($1)]}\">$1</a></p>\n";
+    next;
+  }
+  next if /^<!--.*-->\s*$/;
+  if (/^(#+) (.*)$/) {
+    my ($marks, $text) = ($1, $2);
+    if ($marks eq '#') {
+      print "# $text {#", ($own eq 'index' ? 'mainpage' : $own), "}\n";
+      print "\n[TOC]\n" if $n_headings > 2 and $own ne 'index';
+    } else {
+      my $name = slug($text);
+      $name .= "-$seen{$name}" if $seen{$name}++;
+      print "$marks $text {#$own-$name}\n";
+    }
+    next;
+  }
+  # Code comes first: operator[](int) is no link.
+  s{(`[^`]*`)|(!?)\[((?:[^\[\]`]|`[^`]*`)*)\]\(([^()\s]+)\)}{$1 ? $1 : $2 ? "![$3]($4)" : link_to($3, $4)}ge;
+  print;
+}
