@@ -18,9 +18,13 @@ namespace Ostrel {
 /// counted, so a lost update only delays whoever waits for it.
 class TRESK_EXPORT Ageable {
  public:
+  /// A stamp that was never touched: 0.
   constexpr Ageable() noexcept = default;
+  /// A stamp of that many ticks.
   constexpr explicit Ageable(long long stamp) noexcept : stamp_(stamp) {}
+  /// The stamp that `other` has at the moment. The clock does not tick.
   Ageable(const Ageable& other) noexcept : stamp_(other.getAge()) {}
+  /// Takes over the stamp of `other`, be it older or newer.
   Ageable& operator=(const Ageable& other) noexcept {
     stamp_.store(other.getAge(), std::memory_order_relaxed);
     return *this;
@@ -56,7 +60,9 @@ class TRESK_EXPORT Ageable {
   /// The stamp in decimal, or "never" for `Ooooold`.
   std::string str() const;
 
+  /// Stamps are compared by their ticks, each read once.
   friend bool operator==(const Ageable& a, const Ageable& b) noexcept { return a.getAge() == b.getAge(); }
+  /// The older stamp is the smaller one.
   friend std::strong_ordering operator<=>(const Ageable& a, const Ageable& b) noexcept {
     return a.getAge() <=> b.getAge();
   }

@@ -16,6 +16,7 @@ namespace Ostrel {
 template <class T>
 class TRESK_OPEN_TEMPLATE Auto : public T {
  public:
+  /// Constructs the `T` from `arguments`. The object may be pointed to from here on.
   template <class... Arguments>
   explicit Auto(Arguments&&... arguments) : T(std::forward<Arguments>(arguments)...), self_(this) {}
   ~Auto() override { self_.forget(); }
@@ -36,11 +37,13 @@ class TRESK_OPEN_TEMPLATE Auto : public T {
 template <class T>
 class TRESK_OPEN_TEMPLATE StaticAuto {
  public:
+  /// Makes the object, by the default constructor of `T`.
   StaticAuto() : object_() {}
   ~StaticAuto() { object_.expire(); }
   StaticAuto(const StaticAuto&) = delete;
   StaticAuto& operator=(const StaticAuto&) = delete;
 
+  /// The object; its memory stays valid until the process ends.
   Auto<T>* get() noexcept { return &object_; }
 
  private:

@@ -68,6 +68,7 @@ class TRESK_EXPORT Cache : public CacheBase {
   /// The bytes that may be held at rest; `NoLimit` at first. Data that exceed a new limit are let go at once, unless
   /// the caller is inside a production.
   void setLimit(unsigned long long nBytes);
+  /// The limit in bytes; `NoLimit` without one. A limit of a parent is not looked at.
   unsigned long long getLimit() const;
 
   /// Asks the creators of the data, least recently used first, to release them, until `bytes` bytes have been given

@@ -10,10 +10,12 @@ namespace Ostrel {
 /// Guarded by the one mutex of all caches.
 template <class Owner>
 struct CacheLink {
+  /// The link of `member`, in no ring.
   explicit constexpr CacheLink(Owner* member) noexcept : owner(member) {}
   CacheLink(const CacheLink&) = delete;
   CacheLink& operator=(const CacheLink&) = delete;
 
+  /// Whether the link stands in a ring with others.
   bool isLinked() const noexcept { return next != this; }
   /// Enters a ring just before one of its links; before its head, that is at its end.
   void enterBefore(CacheLink& other) noexcept {
@@ -22,15 +24,16 @@ struct CacheLink {
     previous->next = this;
     other.previous = this;
   }
+  /// Leaves its ring; nothing happens if it stands in none.
   void unlink() noexcept {
     previous->next = next;
     next->previous = previous;
     previous = next = this;
   }
 
-  CacheLink* previous = this;
-  CacheLink* next = this;
-  Owner* const owner;  ///< the object that the link belongs to; null for the head of a ring and for marks in it
+  CacheLink* previous = this;  ///< the link before; this one itself in no ring
+  CacheLink* next = this;      ///< the link behind; this one itself in no ring
+  Owner* const owner;          ///< the object that the link belongs to; null for the head of a ring and for marks in it
 };
 
 namespace Detail {

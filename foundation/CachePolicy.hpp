@@ -8,7 +8,7 @@ namespace Ostrel {
 
 /// What a policy knows of data that could be let go.
 struct CacheCandidate {
-  unsigned long long nBytes = 0;
+  unsigned long long nBytes = 0;   ///< bytes that would be given back
   double seconds = 0;              ///< measured time of their last production; 0 if none was measured
   long long nUses = 0;             ///< uses so far
   unsigned long long recency = 0;  ///< time of the last use on a clock that ticks with each use: greater is later
@@ -37,6 +37,7 @@ class TRESK_EXPORT CostAwarePolicy : public CachePolicy {
   CostAwarePolicy();
   ~CostAwarePolicy() override;
 
+  /// Seconds of the last production for each byte; the seconds themselves for data of no bytes.
   double worth(const CacheCandidate& candidate) const override;
 };
 

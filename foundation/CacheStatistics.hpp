@@ -51,13 +51,13 @@ TRESK_EXPORT const char* toString(CacheEventKind kind) noexcept;
 
 /// One thing that happened in a cache.
 struct CacheEvent {
-  CacheEventKind kind = CacheEventKind::Used;
-  WeakPtr<Creature, Creature> creator;  ///< empty where none is concerned
-  unsigned long long nBytes = 0;        ///< of the data concerned; the excess for `LimitExceeded`
-  unsigned long long nUses = 0;         ///< for `Used`
-  double seconds = 0;                   ///< for `Produced`: what the production took
-  unsigned long long nHeldBytes = 0;    ///< in the cache, after the event
-  std::string text;                     ///< for `Thrown`: the text of the exception
+  CacheEventKind kind = CacheEventKind::Used;  ///< what happened
+  WeakPtr<Creature, Creature> creator;         ///< empty where none is concerned
+  unsigned long long nBytes = 0;               ///< of the data concerned; the excess for `LimitExceeded`
+  unsigned long long nUses = 0;                ///< for `Used`
+  double seconds = 0;                          ///< for `Produced`: what the production took
+  unsigned long long nHeldBytes = 0;           ///< in the cache, after the event
+  std::string text;                            ///< for `Thrown`: the text of the exception
 };
 
 /// Is told of events on the thread where they happened, while no lock of this library is held but perhaps the shared
@@ -78,12 +78,12 @@ TRESK_EXPORT const char* toString(CacheHoldingState state) noexcept;
 
 /// Data in a cache, and who holds them as far as it is known.
 struct CacheHolding {
-  CacheHoldingState state = CacheHoldingState::Held;
-  unsigned long long nBytes = 0;
-  int nHolders = 0;     ///< strong pointers to the data beside one
-  std::string creator;  ///< type of the creator; empty if it has died
-  std::string path;     ///< first entry of its history; empty if it has none
-  WeakPtr<Creature, Creature> creature;
+  CacheHoldingState state = CacheHoldingState::Held;  ///< why they stay
+  unsigned long long nBytes = 0;                      ///< what they count in the cache
+  int nHolders = 0;                                   ///< strong pointers to the data beside one
+  std::string creator;                                ///< type of the creator; empty if it has died
+  std::string path;                                   ///< first entry of its history; empty if it has none
+  WeakPtr<Creature, Creature> creature;               ///< the creator; empty or dead if it has died
 };
 
 }  // namespace Ostrel

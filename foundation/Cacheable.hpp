@@ -55,6 +55,7 @@ class TRESK_EXPORT Cacheable : public ReferenceBase<Cacheable> {
 
   /// Free text about the data.
   const std::string& getDescription() const noexcept { return description_; }
+  /// Replaces the text.
   void setDescription(const std::string& text) { description_ = text; }
 
   /// Called at the first strong pointer; runs `DeferredConstructor`.

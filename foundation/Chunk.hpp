@@ -17,6 +17,7 @@ class TRESK_OPEN_TEMPLATE TypedChunkBase : public ChunkBase {
  public:
   /// The elements.
   virtual const std::vector<T>& vector() const = 0;
+  /// The same for writing. Who appends elements keeps readers out: the block may move.
   virtual std::vector<T>& vector() = 0;
   /// A new chunk of `count` value-initialised elements, or an empty one with room for them.
   virtual StrongPtr<TypedChunkBase<T>, ChunkBase> newTypedChunk(unsigned long long count, bool reserveOnly) const = 0;

@@ -37,11 +37,13 @@ class TRESK_EXPORT ChunkBase : public ReferenceBase<ChunkBase> {
   virtual int elementSize() const = 0;
   /// The first element; null for an empty chunk.
   virtual const void* data() const = 0;
+  /// The same for writing.
   virtual void* data() = 0;
   /// Type of one element.
   virtual const std::type_info& elementType() const = 0;
   /// The same type again, for the vectors of this library.
   virtual const std::type_info& chunkType() const = 0;
+  /// Type and bytes of one element.
   virtual ChunkDescription describe() const = 0;
   /// A new chunk of the same element type with `count` value-initialised elements, or with room for them only.
   virtual StrongPtr<ChunkBase, ChunkBase> newChunk(unsigned long long count, bool reserveOnly) const = 0;

@@ -15,6 +15,7 @@ namespace Ostrel {
 template <class Domain>
 class TRESK_OPEN_TEMPLATE CreatorBase : public Creature {
  public:
+  /// A holder of the data. An invalid one says that there are none.
   using DataPtr = StrongPtr<Domain, Cacheable>;
   /// Told of a finished production.
   using Callback = std::function<void(const CreatorBase<Domain>&, const StrongPtr<Domain, Cacheable>&)>;
@@ -23,20 +24,26 @@ class TRESK_OPEN_TEMPLATE CreatorBase : public Creature {
   /// the creator cannot make by itself.
   class TRESK_OPEN_TEMPLATE Producer : public Interface<Producer> {
    public:
+    /// \param producerName what `CreatorBase::producerName` answers
     explicit Producer(const std::string& producerName = std::string()) : name(producerName) {}
 
     /// The data, or an invalid pointer. An exception passes to whoever asked.
     virtual StrongPtr<Domain, Cacheable> produce(const WeakPtr<CreatorBase<Domain>, Creature>& creator) = 0;
+    /// Whether `produce` may be expected to yield data: creators that cannot make their data let them go only then.
     virtual bool canProduce() = 0;
     /// Starts a production that tells `callback` of its result; true if it was accepted.
     virtual bool request(const Callback& callback);
+    /// Whether a production that was requested still runs.
     virtual bool isUnderCreation() const = 0;
 
+    /// Name of the producer, for display.
     std::string name;
   };
 
+  /// \param cache where the creator keeps its books; may be empty
   explicit CreatorBase(const WeakPtr<Cache, CacheBase>& cache) : Creature(cache) {}
 
+  /// Whether the attached producer says so; false without one.
   bool isUnderCreation() const override;
 
   /// Whether data can be made again.
@@ -124,6 +131,7 @@ bool CreatorBase<Domain>::request(const Callback& callback) {
 template <class Domain, class Base>
 class TRESK_OPEN_TEMPLATE Creator : public Base {
  public:
+  /// A holder of the data. An invalid one says that there are none.
   using DataPtr = StrongPtr<Domain, Cacheable>;
 
   /// An empty creator.
@@ -137,7 +145,9 @@ class TRESK_OPEN_TEMPLATE Creator : public Base {
 
   /// Always `CannotRelease`, even when there is nothing to release.
   Creature::ReasonForReleasal release() override { return Creature::CannotRelease; }
+  /// `getData` in base form.
   StrongPtr<Cacheable, Cacheable> getCacheable() override { return getData(); }
+  /// Whether data are held now. Takes no lock and no count.
   bool hasData() const override { return data.isValid(); }
 
   /// `std::nullptr_t` while the creator has never held data or let them go; `void` when it refers to data that have
@@ -161,7 +171,9 @@ class TRESK_OPEN_TEMPLATE Creator : public Base {
     data = made;
     return made;
   }
+  /// The held data; of several threads that ask each gets a holder of its own.
   DataPtr getData() override { return data; }
+  /// The held data, which the creator gives up; of several threads that take, one gets them.
   DataPtr takeData() override { return data.take(); }
 
  protected:
@@ -176,14 +188,17 @@ class TRESK_OPEN_TEMPLATE AlzheimerCreator : public Creator<Domain, Base> {
  public:
   using typename Creator<Domain, Base>::DataPtr;
 
+  /// An empty creator.
   explicit AlzheimerCreator(const WeakPtr<Cache, CacheBase>& cache) : Creator<Domain, Base>(cache) {
     this->setReleaseSilent(true);
   }
+  /// A creator that begins with data, and makes others when these are forgotten.
   AlzheimerCreator(const DataPtr& initial, const WeakPtr<Cache, CacheBase>& cache)
       : Creator<Domain, Base>(initial, cache) {
     this->setReleaseSilent(true);
   }
 
+  /// Lets the data go unless somebody else holds them: `StillInUse` then, else `Released`.
   Creature::ReasonForReleasal release() override {
     return this->data.forgetIfSole() == Forgetting::IsShared ? Creature::StillInUse : Creature::Released;
   }

@@ -148,7 +148,9 @@ class TRESK_OPEN_TEMPLATE DynPtrRoot {
       if (word_.load(std::memory_order_acquire) == word) return isAlive;
     }
   }
+  /// `isValid()`.
   explicit operator bool() const noexcept { return isValid(); }
+  /// The opposite of `isValid()`.
   bool operator!() const noexcept { return !isValid(); }
 
   /// The serial number of this pointer object. Assignment leaves it alone.
@@ -157,11 +159,13 @@ class TRESK_OPEN_TEMPLATE DynPtrRoot {
   /// Whether both pointers refer to the same object, living or dead, or both to none.
   bool sameRecord(const DynPtrRoot& other) const noexcept { return getRecord() == other.getRecord(); }
 
-  /// The counts of the object; 0 for a pointer without a record.
+  /// The number of strong references to the object; 0 without a record, negative when the object is gone. Outdated when
+  /// it arrives, if other threads are at work.
   int strongCount() const noexcept {
     const ReferenceRecord* const record = getRecord();
     return record == nullptr ? 0 : record->strong.load();
   }
+  /// The number of pointers of any kind to the object, and one for the object itself; 0 without a record.
   int weakCount() const noexcept {
     const ReferenceRecord* const record = getRecord();
     return record == nullptr ? 0 : record->weak.load();
@@ -170,7 +174,9 @@ class TRESK_OPEN_TEMPLATE DynPtrRoot {
   /// The record, or null.
   ReferenceRecord* getRecord() const noexcept { return Detail::recordOf(word_.load(std::memory_order_acquire)); }
 
+  /// Whether both have the same record: `sameRecord`.
   friend bool operator==(const DynPtrRoot& a, const DynPtrRoot& b) noexcept { return a.sameRecord(b); }
+  /// Order by the address of the record, which is no order of age.
   friend std::strong_ordering operator<=>(const DynPtrRoot& a, const DynPtrRoot& b) noexcept {
     return std::compare_three_way()(static_cast<const void*>(a.getRecord()), static_cast<const void*>(b.getRecord()));
   }
@@ -192,7 +198,10 @@ class TRESK_OPEN_TEMPLATE DynPtrRoot {
     }
   }
 
+  /// Serial number of this pointer object.
   long long id_;
+  /// The address of the record, 0 for none; the lowest bit says that the object is no `T`. Changed by the owner of the
+  /// pointer object, or by one other thread that resets it; released to whoever copies.
   std::atomic<Detail::PointerWord> word_{0};
 
   template <class>
@@ -236,7 +245,9 @@ class TRESK_OPEN_TEMPLATE TypedField<B, B> : public DynPtrRoot<B> {
 template <class T, class B>
 class TRESK_OPEN_TEMPLATE DynPtr : public Detail::TypedField<T, B> {
  public:
+  /// The class that the pointer shows.
   using ElementType = T;
+  /// The class that owns the counts.
   using CountedType = B;
 
   /// An empty pointer.
@@ -250,6 +261,7 @@ class TRESK_OPEN_TEMPLATE DynPtr : public Detail::TypedField<T, B> {
     publish(Detail::wordOf(record), object);
   }
 
+  /// Observes what `other` does, which may be changing meanwhile; invalid if that is gone.
   DynPtr(const DynPtr& other) noexcept : Detail::TypedField<T, B>() {
     if (&other == this) [[unlikely]] {
       // The fields of this object are gone already: what is left to hold is nothing.
@@ -266,12 +278,14 @@ class TRESK_OPEN_TEMPLATE DynPtr : public Detail::TypedField<T, B> {
     convert(other);
   }
 
+  /// Observes what `other` does. Nothing happens if both have the same record.
   DynPtr& operator=(const DynPtr& other) noexcept {
     if (this->sameRecord(other)) return *this;
     const Detail::PointerWord word = other.acquireWeak();
     replace(word, typedOf(other));
     return *this;
   }
+  /// The same from a pointer of another type; invalid if the object is no `T`.
   template <class U>
   DynPtr& operator=(const DynPtr<U, B>& other) noexcept {
     return *this = DynPtr(other);
@@ -297,13 +311,16 @@ class TRESK_OPEN_TEMPLATE DynPtr : public Detail::TypedField<T, B> {
     else
       return this->loadTyped();
   }
+  /// The object. The caller has tested the pointer and knows that the object is held.
   T* operator->() const noexcept { return get(); }
+  /// The object. The caller has tested the pointer and knows that the object is held.
   T& operator*() const noexcept { return *get(); }
 
  protected:
   template <class, class>
   friend class DynPtr;
 
+  /// The typed object that `other` keeps; null where it needs none.
   static T* typedOf(const DynPtr& other) noexcept {
     if constexpr (std::is_same_v<T, B>)
       return nullptr;
@@ -331,6 +348,7 @@ class TRESK_OPEN_TEMPLATE DynPtr : public Detail::TypedField<T, B> {
       Detail::lowerWeakOrReport<T, B>(record, this->id_);
   }
 
+  /// Fills this new pointer from one of another type: with the record, and marked if the object is no `T`.
   template <class U>
   void convert(const DynPtr<U, B>& other) noexcept {
     const Detail::PointerWord word = other.acquireWeak();
@@ -362,8 +380,10 @@ class TRESK_OPEN_TEMPLATE DynPtr : public Detail::TypedField<T, B> {
 
 }  // namespace Ostrel
 
+/// Hash by the address of the record, as equality goes: it never changes while the pointer is not assigned.
 template <class T, class B>
 struct std::hash<Ostrel::DynPtr<T, B>> {
+  /// The hash; equal for pointers of any type to one object.
   std::size_t operator()(const Ostrel::DynPtr<T, B>& pointer) const noexcept {
     return std::hash<const void*>()(pointer.getRecord());
   }

@@ -15,6 +15,7 @@
 #error "Tresk is built with g++ or clang"
 #endif
 
+/// For templates of public headers: one object in the process, whichever library instantiates them.
 #define TRESK_OPEN_TEMPLATE TRESK_EXPORT
 
 /// Kept out of the code of its callers: a path that is taken now and then beside one that is taken always.

@@ -15,10 +15,13 @@ namespace Quorvel {
 template <class T, int N>
 class TRESK_OPEN_TEMPLATE FixedArray {
  public:
+  /// Type of one value.
   using ValueType = T;
+  /// Number of values.
   static constexpr int Size = N;
 
   // Not `= default`: that would make value-initialisation write zeros.
+  /// Values that hold whatever was in their memory.
   constexpr FixedArray() noexcept {}  // NOLINT(modernize-use-equals-default)
   /// From `N` values.
   template <class... Values>
@@ -26,11 +29,17 @@ class TRESK_OPEN_TEMPLATE FixedArray {
            (std::is_constructible_v<T, const Values&> && ...)) constexpr FixedArray(const Values&... values) noexcept
       : values_{static_cast<T>(values)...} {}
 
+  /// Value `i`, from 0, for writing.
   constexpr T& operator[](int i) noexcept { return values_[i]; }
+  /// Value `i`, from 0.
   constexpr const T& operator[](int i) const noexcept { return values_[i]; }
+  /// The first value, for writing.
   constexpr T* begin() noexcept { return values_; }
+  /// Behind the last value.
   constexpr T* end() noexcept { return values_ + N; }
+  /// The first value.
   constexpr const T* begin() const noexcept { return values_; }
+  /// Behind the last value.
   constexpr const T* end() const noexcept { return values_ + N; }
 
   /// Component by component.
@@ -39,6 +48,7 @@ class TRESK_OPEN_TEMPLATE FixedArray {
     for (int i = 0; i < N; ++i) difference[i] = static_cast<T>(a[i] - b[i]);
     return difference;
   }
+  /// Whether all values are equal; as for numbers, NaN equals nothing.
   friend constexpr bool operator==(const FixedArray& a, const FixedArray& b) noexcept {
     for (int i = 0; i < N; ++i)
       if (!(a[i] == b[i])) return false;
@@ -54,6 +64,7 @@ template <class T, int N>
 class TRESK_OPEN_TEMPLATE Vector : public FixedArray<T, N> {
  public:
   using FixedArray<T, N>::FixedArray;
+  /// Components that hold whatever was in their memory.
   constexpr Vector() noexcept {}  // NOLINT(modernize-use-equals-default)
 };
 

@@ -36,6 +36,7 @@ class TRESK_EXPORT InterfaceBase : public ReferenceBase<InterfaceBase> {
 template <class T>
 class TRESK_OPEN_TEMPLATE Interface : public InterfaceBase {
  public:
+  /// The type `T`.
   const std::type_info& getInterfaceType() const override { return typeid(T); }
 };
 
@@ -46,7 +47,9 @@ class InterfaceData;
 template <class V>
 class TRESK_OPEN_TEMPLATE InterfaceData<V, void> : public Interface<InterfaceData<V, void>>, public V {
  public:
+  /// With a value made by its default constructor.
   InterfaceData() = default;
+  /// With a copy of `value`.
   explicit InterfaceData(const V& value) : V(value) {}
 };
 

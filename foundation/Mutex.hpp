@@ -39,8 +39,11 @@ class TRESK_CAPABILITY("mutex") Mutex {
   Mutex(const Mutex&) = delete;
   Mutex& operator=(const Mutex&) = delete;
 
+  /// Waits until the mutex is free and takes it.
   void lock() TRESK_ACQUIRE() { native_.lock(); }
+  /// Gives the mutex back, on the thread that took it.
   void unlock() TRESK_RELEASE() { native_.unlock(); }
+  /// Takes the mutex if it is free; false if it is not.
   bool try_lock() TRESK_TRY_ACQUIRE(true) { return native_.try_lock(); }
 
   /// The wrapped mutex, for a condition variable.
@@ -53,6 +56,7 @@ class TRESK_CAPABILITY("mutex") Mutex {
 /// Holds a `Mutex` for a scope.
 class TRESK_SCOPED_CAPABILITY MutexLock {
  public:
+  /// Takes `mutex`, which outlives the scope.
   explicit MutexLock(Mutex& mutex) TRESK_ACQUIRE(mutex) : mutex_(mutex) { mutex_.lock(); }
   ~MutexLock() TRESK_RELEASE() { mutex_.unlock(); }
   MutexLock(const MutexLock&) = delete;

@@ -18,6 +18,7 @@ struct TRESK_OPEN_TEMPLATE Operator {};
 /// The sum.
 template <>
 struct TRESK_EXPORT Operator<'+', 0> {
+  /// `a + b`, of the type that the language gives it.
   template <class A, class B>
   static constexpr auto apply(const A& a, const B& b) {
     return a + b;
@@ -27,6 +28,7 @@ struct TRESK_EXPORT Operator<'+', 0> {
 /// The difference.
 template <>
 struct TRESK_EXPORT Operator<'-', 0> {
+  /// `a - b`, of the type that the language gives it.
   template <class A, class B>
   static constexpr auto apply(const A& a, const B& b) {
     return a - b;
@@ -36,6 +38,7 @@ struct TRESK_EXPORT Operator<'-', 0> {
 /// The product.
 template <>
 struct TRESK_EXPORT Operator<'*', 0> {
+  /// `a * b`, of the type that the language gives it.
   template <class A, class B>
   static constexpr auto apply(const A& a, const B& b) {
     return a * b;
@@ -45,6 +48,7 @@ struct TRESK_EXPORT Operator<'*', 0> {
 /// The quotient.
 template <>
 struct TRESK_EXPORT Operator<'/', 0> {
+  /// `a / b`, of the type that the language gives it: integers are cut off, and must not be divided by 0.
   template <class A, class B>
   static constexpr auto apply(const A& a, const B& b) {
     return a / b;

@@ -28,10 +28,13 @@ class TRESK_OPEN_TEMPLATE Pin {
     Detail::lowerWeakOrReport<B, B>(record_, -1);
   }
 
+  /// Whether the object was alive, and so is held.
   explicit operator bool() const noexcept { return object_ != nullptr; }
   /// The object, or null if it was gone.
   B* get() const noexcept { return object_; }
+  /// The object; the caller has tested the pin.
   B* operator->() const noexcept { return object_; }
+  /// The object; the caller has tested the pin.
   B& operator*() const noexcept { return *object_; }
 
  private:

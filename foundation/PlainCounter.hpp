@@ -21,12 +21,14 @@ inline constexpr int CacheLineSize = 64;
 template <class Integer>
 class alignas(CacheLineSize) PlainCounter {
  public:
+  /// \param start the first value
   constexpr explicit PlainCounter(Integer start = 0) noexcept : value_(start) {}
   PlainCounter(const PlainCounter&) = delete;
   PlainCounter& operator=(const PlainCounter&) = delete;
 
   /// The present value.
   Integer get() const noexcept { return value_.load(std::memory_order_relaxed); }
+  /// The present value.
   operator Integer() const noexcept { return get(); }
 
   /// Adds `amount` and returns the sum, which wraps around beyond the greatest number.

@@ -30,10 +30,13 @@ class TRESK_EXPORT Profiler {
   class TRESK_EXPORT Listener {
    public:
     virtual ~Listener();
+    /// A scope has begun, on the thread that calls. An exception passes to the code that opened it.
     virtual void begin(const Scope& scope) = 0;
+    /// The same scope ends. Called by a destructor, so that an exception terminates the process.
     virtual void end(const Scope& scope) = 0;
   };
 
+  /// Opens a scope that tells this of itself, if there is a listener.
   Profiler(const std::string& file, int line, const std::string& function, const std::string& name, int level,
            const std::string& detail);
   /// The same from literals, without making texts that nobody reads.

@@ -29,7 +29,9 @@ class TRESK_EXPORT StringList : public ReferenceBase<StringList> {
   StringList();
   ~StringList() override;
 
+  /// Appends a line, which is not searched for line ends.
   void addLine(const std::string& line) { lines_.push_back(line); }
+  /// Number of lines.
   unsigned long long nLines() const noexcept { return lines_.size(); }
   /// Line `i`, from 0; throws `std::out_of_range` with both numbers beyond the last one.
   const std::string& getLine(unsigned long long i) const;

@@ -106,6 +106,7 @@ class TRESK_EXPORT ReferenceRecord {
 /// itself takes and keeps.
 class TRESK_EXPORT UnctionScope {
  public:
+  /// Begins to count for `record` on this thread; scopes of other objects may be open around it.
   explicit UnctionScope(ReferenceRecord* record) noexcept;
   ~UnctionScope();
   UnctionScope(const UnctionScope&) = delete;

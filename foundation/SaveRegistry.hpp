@@ -53,8 +53,10 @@ class TRESK_EXPORT SaveRegistryBase {
 template <class T>
 class TRESK_OPEN_TEMPLATE SaveRegistry : public SaveRegistryBase {
  public:
+  /// \param object what is offered; it outlives the registry
   explicit SaveRegistry(T* object) noexcept : object_(object) {}
 
+  /// The answer of a creator for class `T`, cut to 32 bits; 0 for any other one.
   int apply(const StrongPtr<SaveInterfaceCreatorBase, SaveInterfaceCreatorBase>& creator) override {
     const StrongPtr<SaveInterfaceCreator<T>, SaveInterfaceCreatorBase> typed(creator);
     if (!typed) return 0;

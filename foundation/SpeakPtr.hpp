@@ -13,7 +13,9 @@ namespace Ostrel {
 class TRESK_EXPORT MemoryException : public std::exception {
  public:
   MemoryException() = default;
+  /// Copied as it is thrown and caught.
   MemoryException(const MemoryException&) = default;
+  /// Without effect: all are the same.
   MemoryException& operator=(const MemoryException&) = default;
   ~MemoryException() override;
 };

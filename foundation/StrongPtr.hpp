@@ -51,6 +51,8 @@ class TRESK_OPEN_TEMPLATE StrongPtr : public WeakPtr<T, B> {
       claim(record, std::is_base_of_v<T, U> && (word & Detail::NoCast) == 0);
   }
 
+  /// Shares what `other` holds, which may be changing meanwhile. A copy of an invalid pointer is invalid, with the same
+  /// record.
   StrongPtr(const StrongPtr& other) noexcept : WeakPtr<T, B>() {
     if (&other == this) [[unlikely]] {
       SpeakPtr::theSpeaker()->SelfConstruction(typeid(DynPtr<T, B>), this, this->getRecord());
@@ -58,6 +60,8 @@ class TRESK_OPEN_TEMPLATE StrongPtr : public WeakPtr<T, B> {
     }
     put(acquire(other));
   }
+  /// The same from a pointer of another type. If the object is no `T` the new pointer is invalid, and keeps the object
+  /// alive all the same.
   template <class U>
   StrongPtr(const StrongPtr<U, B>& other) noexcept {
     put(acquire(other));
@@ -65,6 +69,7 @@ class TRESK_OPEN_TEMPLATE StrongPtr : public WeakPtr<T, B> {
 
   /// Takes the reference over from a pointer that nobody else uses. No count changes.
   StrongPtr(StrongPtr&& other) noexcept : WeakPtr<T, B>() { put(other.detach()); }
+  /// The same from a pointer of another type; if the object is no `T` it is kept alive by an invalid pointer.
   template <class U>
   StrongPtr(StrongPtr<U, B>&& other) noexcept {
     put(convertDetached<U>(other.detach()));
@@ -75,15 +80,18 @@ class TRESK_OPEN_TEMPLATE StrongPtr : public WeakPtr<T, B> {
     if (!this->sameRecord(other)) exchange(acquire(other));
     return *this;
   }
+  /// The same from a pointer of another type.
   template <class U>
   StrongPtr& operator=(const StrongPtr<U, B>& other) {
     if (!this->sameRecord(other)) exchange(acquire(other));
     return *this;
   }
+  /// Takes over what `other` holds, which nobody else uses, and gives up what this pointer held.
   StrongPtr& operator=(StrongPtr&& other) {
     if (this != &other) exchange(other.detach());
     return *this;
   }
+  /// The same from a pointer of another type.
   template <class U>
   StrongPtr& operator=(StrongPtr<U, B>&& other) {
     return *this = StrongPtr(std::move(other));

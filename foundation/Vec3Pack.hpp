@@ -19,7 +19,9 @@ namespace Quorvel {
 /// Cost: 4 bytes a vector; one pass.
 class TRESK_EXPORT Vec3Pack_10_11_11 {
  public:
+  /// The unpacked vectors: a chunk of three doubles each.
   using Vectors = Ostrel::StrongPtr<Ostrel::TypedChunkBase<FixedArray<double, 3>>, Ostrel::ChunkBase>;
+  /// The packed vectors: a chunk of one number of 32 bits each.
   using PackedChunk = Ostrel::StrongPtr<Ostrel::TypedChunkBase<unsigned int>, Ostrel::ChunkBase>;
 
   /// Packs `vectors`; an invalid pointer gives an empty chunk.

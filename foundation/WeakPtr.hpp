@@ -14,13 +14,20 @@ namespace Ostrel {
 template <class T, class B>
 class TRESK_OPEN_TEMPLATE WeakPtr : public DynPtr<T, B> {
  public:
+  /// An empty pointer.
   WeakPtr() noexcept = default;
+  /// Observes `object`, which may be null. Does not claim its unit of birth.
   explicit WeakPtr(T* object) noexcept : DynPtr<T, B>(object) {}
+  /// Observes what `other` does, which may be changing meanwhile.
   WeakPtr(const WeakPtr& other) noexcept = default;
+  /// Observes the object of any counted pointer.
   WeakPtr(const DynPtr<T, B>& other) noexcept : DynPtr<T, B>(other) {}
+  /// The same from a pointer of another type; invalid if the object is no `T`.
   template <class U>
   WeakPtr(const DynPtr<U, B>& other) noexcept : DynPtr<T, B>(other) {}
+  /// Observes what `other` does.
   WeakPtr& operator=(const WeakPtr& other) noexcept = default;
+  /// The same from a pointer of another type; invalid if the object is no `T`.
   template <class U>
   WeakPtr& operator=(const DynPtr<U, B>& other) noexcept {
     DynPtr<T, B>::operator=(other);

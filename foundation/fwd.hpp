@@ -68,14 +68,18 @@ struct ReferenceTraits {
 /// Arrays finish their construction at the first strong pointer and leave the cache list before they die.
 template <>
 struct TRESK_EXPORT ReferenceTraits<Cacheable> {
+  /// Runs `Cacheable::DeferredConstructor`; its exception passes to whoever made the pointer.
   static void firstStrongPointer(Cacheable* object);
+  /// Takes the data off the list of their cache.
   static void preDestructor(Cacheable* object) noexcept;
 };
 
 /// Creators enter the books of their cache at the first strong pointer.
 template <>
 struct TRESK_EXPORT ReferenceTraits<Creature> {
+  /// Enters the creator in the books of its cache, if it has one.
   static void firstStrongPointer(Creature* object);
+  /// Nothing: a creator leaves the books in its destructor.
   static void preDestructor(Creature*) noexcept {}
 };
 
