@@ -54,21 +54,33 @@ class TRESK_OPEN_TEMPLATE Chunk : public TypedChunk<T>, public std::vector<T> {
   }
   ~Chunk() override { ChunkBase::TotalMemsize.add(-nBytes()); }
 
+  /// Number of elements.
   unsigned long long size() const override { return this->std::vector<T>::size(); }
+  /// Bytes of one element.
   int elementSize() const override { return static_cast<int>(sizeof(T)); }
+  /// The first element; null for an empty chunk.
   const void* data() const override { return this->empty() ? nullptr : this->std::vector<T>::data(); }
+  /// The same for writing.
   void* data() override { return this->empty() ? nullptr : this->std::vector<T>::data(); }
+  /// The type `T`.
   const std::type_info& elementType() const override { return typeid(T); }
+  /// The type `T`.
   const std::type_info& chunkType() const override { return typeid(T); }
+  /// Type and bytes of one element.
   ChunkDescription describe() const override { return {&typeid(T), static_cast<int>(sizeof(T)), 1, 0}; }
+  /// `newTypedChunk` in base form.
   StrongPtr<ChunkBase, ChunkBase> newChunk(unsigned long long count, bool reserveOnly) const override {
     return newTypedChunk(count, reserveOnly);
   }
+  /// A new chunk with a copy of the elements: one pass, and no zeros written before.
   StrongPtr<ChunkBase, ChunkBase> clone() const override {
     return StrongPtr<ChunkBase, ChunkBase>(new Chunk(static_cast<const std::vector<T>&>(*this)));
   }
+  /// The elements: this object as a vector.
   const std::vector<T>& vector() const override { return *this; }
+  /// The same for writing. Who appends elements keeps readers out: the block may move.
   std::vector<T>& vector() override { return *this; }
+  /// A new chunk of `count` value-initialised elements, or an empty one with room for them.
   StrongPtr<TypedChunkBase<T>, ChunkBase> newTypedChunk(unsigned long long count, bool reserveOnly) const override {
     return StrongPtr<TypedChunkBase<T>, ChunkBase>(new Chunk(count, reserveOnly));
   }

@@ -10,6 +10,7 @@
 /// information must be one object in the process, whichever library instantiates them.
 
 #if defined(__GNUC__)
+/// Makes a class or function part of the interface of the shared library.
 #define TRESK_EXPORT __attribute__((visibility("default")))
 #else
 #error "Tresk is built with g++ or clang"

@@ -8,6 +8,8 @@
 /// A mutex that clang's thread safety analysis can follow. The standard library's own mutex carries no annotations,
 /// so every lock of this library is one of these.
 
+/// \cond
+// What clang has to know of locks; the site tells it in words.
 #if defined(__clang__)
 #define TRESK_THREAD_ANNOTATION(x) __attribute__((x))
 #else
@@ -29,6 +31,7 @@
 #define TRESK_TRY_ACQUIRE_SHARED(...) TRESK_THREAD_ANNOTATION(try_acquire_shared_capability(__VA_ARGS__))
 #define TRESK_EXCLUDES(...) TRESK_THREAD_ANNOTATION(locks_excluded(__VA_ARGS__))
 #define TRESK_NO_THREAD_SAFETY_ANALYSIS TRESK_THREAD_ANNOTATION(no_thread_safety_analysis)
+/// \endcond
 
 namespace Ostrel {
 
