@@ -207,6 +207,7 @@ void ThreadBooks::prepare() noexcept {
 
 void ThreadBooks::noteEvent(const CacheBooks& books, CacheEvent event,
                             const std::shared_ptr<const std::string>& text) noexcept {
+  if (event.time == std::chrono::steady_clock::time_point()) event.time = std::chrono::steady_clock::now();
   for (const CacheBooks* heard = &books; heard != nullptr; heard = heard->parent) {
     if (heard->listener == nullptr || pending.size() == pending.capacity()) continue;
     event.nHeldBytes = heard->counts.nHeldBytes;
@@ -289,7 +290,8 @@ void CacheBooks::list(Cacheable& data, unsigned long long nBytes, const Creature
                               0,
                               isProduction ? thread->innermost->seconds() : 0,
                               0,
-                              {}});
+                              {},
+                              isProduction ? thread->innermost->time() : std::chrono::steady_clock::time_point()});
   // Only what passes a limit has to be answered for at the end of the operation: as in flight, as far as it is new.
   // Data that were set again may have got a creator that can let them go.
   if (thread->nOperations == 0) return;

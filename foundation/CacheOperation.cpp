@@ -40,8 +40,15 @@ double CacheProduction::seconds() const noexcept {
   return std::chrono::duration<double>(std::chrono::steady_clock::now() - begin_).count();
 }
 
+std::chrono::steady_clock::time_point CacheProduction::time() const noexcept {
+  return isMeasured_ && isFinished_ ? end_ : std::chrono::steady_clock::now();
+}
+
 void CacheProduction::finish(bool isMade) noexcept {
-  seconds_ = seconds();
+  if (isMeasured_ && !isFinished_) {
+    end_ = std::chrono::steady_clock::now();
+    seconds_ = std::chrono::duration<double>(end_ - begin_).count();
+  }
   isFinished_ = true;
   isMade_ = isMade;
   if (isMade && isMeasured_) CacheAccess::setSeconds(*creator_, seconds_);

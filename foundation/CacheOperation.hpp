@@ -38,11 +38,14 @@ class TRESK_EXPORT CacheProduction : public CacheOperation {
   bool countFor(const Creature& creator) noexcept { return &creator == creator_ && !std::exchange(isCounted_, true); }
   /// What it took, or has taken so far; 0 if that is not measured.
   double seconds() const noexcept;
+  /// When it ended, if that is measured; else the present.
+  std::chrono::steady_clock::time_point time() const noexcept;
 
  private:
   const Creature* const creator_;
   CacheProduction* outer_ = nullptr;
   std::chrono::steady_clock::time_point begin_;
+  std::chrono::steady_clock::time_point end_;
   double seconds_ = 0;
   bool isNoted_ = false;  ///< the thread knows of it
   bool isMeasured_ = false;

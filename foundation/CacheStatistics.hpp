@@ -4,6 +4,7 @@
 
 #include <tresk/foundation/Pointers.hpp>
 
+#include <chrono>
 #include <functional>
 #include <string>
 
@@ -58,6 +59,9 @@ struct CacheEvent {
   double seconds = 0;                          ///< for `Produced`: what the production took
   unsigned long long nHeldBytes = 0;           ///< in the cache, after the event
   std::string text;                            ///< for `Thrown`: the text of the exception
+  /// When it happened, for `Produced` the end of the production. Events are told later than that, at the
+  /// end of the outermost operation.
+  std::chrono::steady_clock::time_point time = {};
 };
 
 /// Is told of events on the thread where they happened, while no lock of this library is held but perhaps the shared

@@ -5,7 +5,7 @@
 namespace Ostrel {
 
 namespace {
-constinit std::atomic<Profiler::Listener*> installed{nullptr};
+constinit std::atomic<Profiler::Listener*> current{nullptr};
 }
 
 struct Profiler::Open {
@@ -20,8 +20,8 @@ Profiler::Profiler(const std::string& file, int line, const std::string& functio
     : Profiler(file.c_str(), line, function.c_str(), name.c_str(), level, detail.c_str()) {}
 
 Profiler::Profiler(const char* file, int line, const char* function, const char* name, int level, const char* detail) {
-  if (installed.load(std::memory_order_relaxed) == nullptr) return;
-  Listener* const listener = installed.load(std::memory_order_acquire);
+  if (current.load(std::memory_order_relaxed) == nullptr) return;
+  Listener* const listener = current.load(std::memory_order_acquire);
   if (listener == nullptr) return;
   open_.reset(new Open{listener, {file, line, function, name, level, detail}});
   listener->begin(open_->scope);
@@ -32,7 +32,11 @@ Profiler::~Profiler() {
 }
 
 Profiler::Listener* Profiler::setListener(Listener* listener) noexcept {
-  return installed.exchange(listener, std::memory_order_acq_rel);
+  return current.exchange(listener, std::memory_order_acq_rel);
+}
+
+bool Profiler::replaceListener(Listener* installed, Listener* listener) noexcept {
+  return current.compare_exchange_strong(installed, listener, std::memory_order_acq_rel);
 }
 
 }  // namespace Ostrel

@@ -48,6 +48,8 @@ class TRESK_EXPORT Profiler {
   /// Installs a listener, or none if it is null, and returns the former one. A scope reports its end to the listener
   /// that heard its beginning: the caller keeps a replaced listener alive until its open scopes have ended.
   static Listener* setListener(Listener* listener) noexcept;
+  /// Installs `listener` if `installed` is the installed one, and tells whether it was.
+  static bool replaceListener(Listener* installed, Listener* listener) noexcept;
 
  private:
   struct Open;
