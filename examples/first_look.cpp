@@ -8,39 +8,29 @@
 #include <tresk/field/TreskType.hpp>
 
 #include <iostream>
-#include <limits>
 #include <string>
 
 using namespace Tresk;
 
+// [first look]
 int main() {
   const FieldPtr field(new Field);
   for (const int day : {1, 2, 3, 4}) {
-    const CreatorPtr creator(new FunctionalCreator(
-        [day] {
-          std::cout << "  computing day " << day << "\n";
-          const Ostrel::StrongPtr<MemArray<2, double>, Ostrel::Cacheable> array(
-              new MemArray<2, double>({300, 200}, CreatorWeakPtr()));
-          (*array)(7, 5) = 1.5 * day;
-          return MemBasePtr(array);
-        },
-        false, Ostrel::Cache::MemCache()));
+    const auto compute = [day] {
+      std::cout << "  computing day " << day << "\n";
+      const Ostrel::RefPtr<MemArray<2, double>> array(new MemArray<2, double>({300, 200}, CreatorWeakPtr()));
+      (*array)(7, 5) = 1.5 * day;
+      return MemBasePtr(array);
+    };
+    const CreatorPtr creator(new FunctionalCreator(compute, false, Ostrel::Cache::MemCache()));
     creator->addMetaInfo(DynamicSize{300, 200}, getTreskType<double>());
     field->setCreator(creator, field->makeFragmentID("day " + std::to_string(day)));
   }
-
-  // Nothing has been computed so far.
-  const CreatorPtr third = field->getCreatorByName("day 3");
-  std::cout << field->nFragments() << " fragments, day 3 is " << getSize(*third)->str() << " and holds "
-            << getMemoryUsage(*third) << " bytes\n";
-
-  // Computed at the first question, and forgotten when the cache is told to give memory back.
+  std::cout << field->nFragments() << " fragments of " << getSize(*field->getFirstCreator())->str() << " are bound\n";
   for (const char* time : {"first", "second"}) {
-    MemBasePtr data = field->getData(field->getFragmentID("day 3"));
-    std::cout << time << " time: element " << data->getElementString(5 * 300 + 7) << ", " << getMemoryUsage(*third)
-              << " bytes held\n";
-    data.reset();
-    std::cout << "gave back " << Ostrel::Cache::MemCache()->trim(std::numeric_limits<unsigned long long>::max())
-              << " bytes, " << getMemoryUsage(*third) << " held\n";
+    if (const MemBasePtr data = field->getData(field->getFragmentID("day 3")))
+      std::cout << time << " time: element " << data->getElementString(5 * 300 + 7) << "\n";
+    std::cout << "gave back " << Ostrel::Cache::MemCache()->trim(Ostrel::Cache::NoLimit) << " bytes\n";
   }
 }
+// [first look]
