@@ -2,6 +2,7 @@
 // Copyright (c) 2026 the Tresk authors
 #include <tresk/field/TreskTypeBase.hpp>
 
+#include <tresk/field/MemArray.hpp>
 #include <tresk/field/TypeEquality.hpp>
 #include <tresk/foundation/Diagnostics.hpp>
 
@@ -22,6 +23,14 @@ TypeRegistry& theRegistry() {
   static TypeRegistry* const registry = new TypeRegistry;
   return *registry;
 }
+
+/// Note [Element types in a static library]
+/// The objects of `elements/` register their types when they are loaded, and nobody calls them by name. Of a static
+/// library the linker takes only objects that another one refers to. So the registry refers to them all: whoever can
+/// look for a type has each of them.
+#define TRESK_REFER_TO_REGISTRATION(...) &MemArray<1, __VA_ARGS__>::isRegistered,
+[[gnu::used]] constexpr std::array registrations{TRESK_FOR_EACH_ELEMENT_TYPE(TRESK_REFER_TO_REGISTRATION)};
+#undef TRESK_REFER_TO_REGISTRATION
 
 /// Joins texts and numbers.
 std::string join(std::initializer_list<std::string> pieces) {
