@@ -15,11 +15,9 @@ use strict;
 use warnings;
 
 my $page = shift or die "usage: site-filter.pl <page.md>\n";
-$page =~ s{^\Q@{[cwd_()]}\E/}{};
-my ($folder) = $page =~ m{^(.*)/[^/]*$};
-$folder = '' unless defined $folder;
-
-sub cwd_ { my $here = `pwd`; chomp $here; return $here }
+chomp(my $root = `pwd`);
+$page =~ s{^\Q$root\E/}{};
+my $folder = $page =~ m{^(.*)/[^/]*$} ? $1 : '';
 
 # The name of the page that a file becomes.
 sub label {
@@ -80,28 +78,44 @@ my $n_headings = grep { /^## / } @lines;
 my $own = label($page);
 my $is_code = 0;
 my %seen;
+my $text = '';
+
+# Links in running text, which may stand on two lines. Code comes first: operator[](int) is no link. Bold text that
+# contains code is unknown to Doxygen, and the name of the library is no link to its namespace.
+sub print_text {
+  $text =~ s{(`[^`]*`)|(!?)\[((?:[^\[\]`]|`[^`]*`)*)\]\(([^()\s]+)\)}{$1 ? $1 : $2 ? "![$3]($4)" : link_to($3, $4)}ge;
+  $text =~ s{(`[^`]*`)|\*\*((?:[^`*]|`[^`]*`)+)\*\*}{$1 ? $1 : "<b>$2</b>"}ge;
+  $text =~ s{(`[^`]*`)|(?<![:\w/.])(Tresk)(?![:\w/.]\w)}{$1 ? $1 : "%$2"}ge;
+  print $text;
+  $text = '';
+}
+
 for (@lines) {
-  if (/^\s*```/) { $is_code = !$is_code; print; next }
-  if ($is_code) { print; next }
-  next if /^<!-- (SPDX|Copyright)/;
-  if (m{^<!--\s*(examples/\S+\.(?:cpp|hpp))\b.*-->\s*$} and -e $1) {
-    print "<p class=\"source\"><a href=\"@{[listing($1)]}\">$1</a></p>\n";
-    next;
-  }
-  next if /^<!--.*-->\s*$/;
-  if (/^(#+) (.*)$/) {
-    my ($marks, $text) = ($1, $2);
+  if (/^\s*```/) {
+    print_text();
+    $is_code = !$is_code;
+    print;
+  } elsif ($is_code) {
+    print;
+  } elsif (m{^<!--\s*(examples/\S+\.(?:cpp|hpp))\b.*-->\s*$} and -e $1) {
+    print_text();
+    print "<p class=\"source\"><a href=\"@{[listing($1)]}\">$1</a></p>\n\n";
+  } elsif (/^<!--.*-->\s*$/) {
+    print_text();
+  } elsif (/^(#+) (.*)$/) {
+    print_text();
+    my ($marks, $title) = ($1, $2);
     if ($marks eq '#') {
-      print "# $text {#", ($own eq 'index' ? 'mainpage' : $own), "}\n";
+      print "# $title {#", ($own eq 'index' ? 'mainpage' : $own), "}\n";
       print "\n[TOC]\n" if $n_headings > 2 and $own ne 'index';
     } else {
-      my $name = slug($text);
+      my $name = slug($title);
       $name .= "-$seen{$name}" if $seen{$name}++;
-      print "$marks $text {#$own-$name}\n";
+      print "$marks $title {#$own-$name}\n";
     }
-    next;
+  } else {
+    $text .= $_;
+    print_text() if /^\s*$/;
   }
-  # Code comes first: operator[](int) is no link.
-  s{(`[^`]*`)|(!?)\[((?:[^\[\]`]|`[^`]*`)*)\]\(([^()\s]+)\)}{$1 ? $1 : $2 ? "![$3]($4)" : link_to($3, $4)}ge;
-  print;
 }
+print_text();
