@@ -2,8 +2,9 @@
 # SPDX-License-Identifier: BSD-3-Clause
 # Copyright (c) 2026 the Tresk authors
 #
-# Makes a page of the repository one of the site, and writes it to the standard output. Run from the root.
-# usage: perl docs/site-filter.pl <page.md>
+# Makes a page of the repository one of the site, and writes it to the standard output. Of a header, friend classes are
+# left out, which are no part of the interface. Run from the root.
+# usage: perl docs/site-filter.pl <page.md or header.hpp>
 #
 # - The licence lines are left out; title and headings get the names that links use: `memory`, `memory-what-counts`.
 # - [text](memory.md), [text](memory.md#what-counts) lead to pages and headings of the site, links to programs under
@@ -14,7 +15,7 @@
 use strict;
 use warnings;
 
-my $page = shift or die "usage: site-filter.pl <page.md>\n";
+my $page = shift or die "usage: site-filter.pl <page.md or header.hpp>\n";
 chomp(my $root = `pwd`);
 $page =~ s{^\Q$root\E/}{};
 my $folder = $page =~ m{^(.*)/[^/]*$} ? $1 : '';
@@ -41,7 +42,6 @@ sub slug {
 sub listing {
   my $name = shift;
   $name =~ s{^examples/}{};
-  $name =~ s{_}{__}g;
   $name =~ s{/}{_2}g;
   $name =~ s{\.}{_8}g;
   return "$name-example.html";
@@ -74,6 +74,13 @@ sub link_to {
 open my $in, '<', $page or die "$page: $!\n";
 my @lines = <$in>;
 close $in;
+if ($page =~ /\.hpp$/) {
+  my $header = join '', @lines;
+  # Lines keep their numbers.
+  $header =~ s{^( *template <[^>]*>)?(\n?) *friend (?:class|struct) [^;]*;$}{$2}gm;
+  print $header;
+  exit;
+}
 my $n_headings = grep { /^## / } @lines;
 my $own = label($page);
 my $is_code = 0;

@@ -179,11 +179,13 @@ class TRESK_OPEN_TEMPLATE StrongPtr : public WeakPtr<T, B> {
   template <class, class>
   friend class StrongPtr;
 
-  /// A reference on its way from one pointer object to another.
+  /// \cond
+  // A reference on its way from one pointer object to another.
   struct Held {
     Detail::PointerWord word;
     T* typed;
   };
+  /// \endcond
   explicit StrongPtr(Held held) noexcept { put(held); }
 
   void put(Held held) noexcept { this->publish(held.word, held.typed); }
