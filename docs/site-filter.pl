@@ -27,6 +27,7 @@ sub label {
   return "floor-$1" if $file =~ m{^(\w+)/README\.md$};
   $file =~ s{^.*/}{};
   $file =~ s{\.md$}{};
+  return 'example-programs' if $file eq 'examples';  # examples.html is Doxygen's list of listings
   return lc $file;
 }
 

@@ -9,15 +9,20 @@
 ///
 /// These three lines are where the version stands: the build reads them, and a test compares what else tells it.
 
+/// The first number of the version: from 1 on it tells what compiled programs can rely on.
 #define TRESK_VERSION_MAJOR 0
+/// The second number: below version 1 it tells that.
 #define TRESK_VERSION_MINOR 1
+/// The third number: corrections that change no interface.
 #define TRESK_VERSION_PATCH 0
 
 /// The version as a number that grows with it, for `#if`: 10000 x major + 100 x minor + patch. Version 1.2.3 is 10203.
 #define TRESK_VERSION_NUMBER (TRESK_VERSION_MAJOR * 10000 + TRESK_VERSION_MINOR * 100 + TRESK_VERSION_PATCH)
 
+/// \cond
 #define TRESK_TEXT_OF_VALUE(x) #x
 #define TRESK_TEXT_OF(x) TRESK_TEXT_OF_VALUE(x)
+/// \endcond
 /// The version as a text: "major.minor.patch".
 #define TRESK_VERSION_TEXT \
   TRESK_TEXT_OF(TRESK_VERSION_MAJOR) "." TRESK_TEXT_OF(TRESK_VERSION_MINOR) "." TRESK_TEXT_OF(TRESK_VERSION_PATCH)
