@@ -48,8 +48,14 @@ endif()
 configure_file(${PROJECT_SOURCE_DIR}/cmake/tresk.pc.in ${PROJECT_BINARY_DIR}/tresk.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/tresk.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT development)
 
-# The pages look for each other and for the examples where they stand in the source tree.
-install(FILES README.md CHANGELOG.md LICENSE CITATION.cff DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT documentation)
-install(DIRECTORY docs DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT documentation
+# The pages look for each other and for the examples where they stand in the source tree. Inside another project they
+# have a folder of their own.
+if(PROJECT_IS_TOP_LEVEL)
+  set(TRESK_DOC_DIR ${CMAKE_INSTALL_DOCDIR})
+else()
+  set(TRESK_DOC_DIR ${CMAKE_INSTALL_DATAROOTDIR}/doc/${PROJECT_NAME})
+endif()
+install(FILES README.md CHANGELOG.md LICENSE CITATION.cff DESTINATION ${TRESK_DOC_DIR} COMPONENT documentation)
+install(DIRECTORY docs DESTINATION ${TRESK_DOC_DIR} COMPONENT documentation
         FILES_MATCHING PATTERN *.md PATTERN *.png PATTERN *.svg)
-install(DIRECTORY examples DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT documentation)
+install(DIRECTORY examples DESTINATION ${TRESK_DOC_DIR} COMPONENT documentation)

@@ -7,22 +7,22 @@
 /// \file
 /// The version of the headers that a program was compiled with, and that of the library that it runs with.
 ///
-/// These three lines are where the version stands: the build reads them, and a test compares what else tells it.
+/// The three numbers are where the version stands: the build reads them, and a test compares what else tells it.
 
-/// The first number of the version: from 1 on it tells what compiled programs can rely on.
+/// Grows when programs have to be changed, or compiled again, from version 1 on.
 #define TRESK_VERSION_MAJOR 0
-/// The second number: below version 1 it tells that.
+/// Grows with what is new; below version 1 also when programs have to be changed, or compiled again.
 #define TRESK_VERSION_MINOR 1
-/// The third number: corrections that change no interface.
+/// Grows when compiled programs go on to work as they are.
 #define TRESK_VERSION_PATCH 0
 
 /// The version as a number that grows with it, for `#if`: 10000 x major + 100 x minor + patch. Version 1.2.3 is 10203.
 #define TRESK_VERSION_NUMBER (TRESK_VERSION_MAJOR * 10000 + TRESK_VERSION_MINOR * 100 + TRESK_VERSION_PATCH)
 
-/// \cond
+/// The argument as a text, not expanded.
 #define TRESK_TEXT_OF_VALUE(x) #x
+/// The value of a macro as a text.
 #define TRESK_TEXT_OF(x) TRESK_TEXT_OF_VALUE(x)
-/// \endcond
 /// The version as a text: "major.minor.patch".
 #define TRESK_VERSION_TEXT \
   TRESK_TEXT_OF(TRESK_VERSION_MAJOR) "." TRESK_TEXT_OF(TRESK_VERSION_MINOR) "." TRESK_TEXT_OF(TRESK_VERSION_PATCH)

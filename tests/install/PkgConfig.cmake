@@ -33,3 +33,10 @@ execute_process(COMMAND ${COMPILER} ${WORK}/main.o ${libs} -Wl,-rpath,${STAGE}/$
 execute_process(COMMAND ${COMPILER} -shared ${WORK}/main.o ${libs} -Wl,-z,text,-z,defs -o ${WORK}/libconsumer.so
                 COMMAND_ERROR_IS_FATAL ANY)
 run_consumer(${WORK}/consumer)
+
+# The version of its headers is the library's own.
+execute_process(COMMAND ${READELF} --dyn-syms --wide ${WORK}/libconsumer.so OUTPUT_VARIABLE symbols
+                COMMAND_ERROR_IS_FATAL ANY)
+if(NOT symbols MATCHES " _ZN5Tresk14libraryVersionEv" OR symbols MATCHES " _ZN5Tresk7versionEv")
+  message(FATAL_ERROR "Tresk::version() can be replaced by that of another library, or nothing was read:\n${symbols}")
+endif()
