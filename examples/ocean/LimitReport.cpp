@@ -2,6 +2,7 @@
 // Copyright (c) 2026 the Tresk authors
 #include "LimitReport.hpp"
 
+#include "Interrupt.hpp"
 #include "Report.hpp"
 #include "Statistics.hpp"
 
@@ -9,6 +10,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <memory>
 #include <ostream>
 
 namespace Example {
@@ -32,6 +34,7 @@ Outcome work(const OceanField& ocean) {
   const std::vector<double>& latitudes = source.getDescription().latitude.values;
   Outcome outcome;
   const auto visit = [&](std::size_t month, std::size_t depth) {
+    Interrupt::check();
     const SlabPtr slab = ocean.getSlab(ocean.getField().getFragmentID(ocean.getName(month, depth)));
     const CacheStatistics now = cache.getStatistics();
     outcome.isWithinLimit =
@@ -62,8 +65,18 @@ std::string firstTable(const std::string& text) {
 
 }  // namespace
 
-void showLimits(const OceanField& ocean, std::ostream& out, const Check& check, int chapter) {
+void showLimits(const OceanField& ocean, std::ostream& out, Checks& checks, int chapter,
+                const Ostrel::CacheListener& also) {
   Cache& cache = *Cache::MemCache();
+  // However the work ends.
+  struct Restore {
+    const Ostrel::CacheListener& listener;
+    ~Restore() {
+      Cache::MemCache()->setListener(listener);
+      Cache::MemCache()->setLimit(Cache::NoLimit);
+      Cache::MemCache()->trim(Cache::NoLimit);
+    }
+  } const restore{also};
   const unsigned long long full = getFullMemory(ocean.getField());
   out << "\n"
       << chapter << ". The same work under a limit of the cache\n\n"
@@ -79,11 +92,15 @@ void showLimits(const OceanField& ocean, std::ostream& out, const Check& check, 
     const unsigned long long nRead = ocean.nSlabsRead();
     const unsigned long long limit = full / 100 * static_cast<unsigned long long>(percent);
     // The most that was held since the limit was set, as the cache tells by its events.
-    unsigned long long peak = 0;
-    cache.setListener([&peak](const Ostrel::CacheEvent& event) { peak = std::max(peak, event.nHeldBytes); });
+    const auto mostHeld = std::make_shared<unsigned long long>(0);
+    cache.setListener([mostHeld, also](const Ostrel::CacheEvent& event) {
+      *mostHeld = std::max(*mostHeld, event.nHeldBytes);
+      if (also) also(event);
+    });
     cache.setLimit(percent == 100 ? full : limit);
     outcomes.push_back(work(ocean));
-    cache.setListener(Ostrel::CacheListener());
+    cache.setListener(also);
+    const unsigned long long peak = *mostHeld;
     const Outcome& last = outcomes.back();
     if (percent == 20) ledger = Tresk::MemoryLedger::of({{"ocean", ocean.getFieldPtr()}}).toText();
     table.addRow({std::to_string(percent) + " %", bytes(last.counts.limit), duration(last.seconds),
@@ -101,10 +118,10 @@ void showLimits(const OceanField& ocean, std::ostream& out, const Check& check, 
     isSame = isSame && outcome.sum == outcomes.front().sum;
     isWithin = isWithin && outcome.isWithinLimit;
   }
-  check(isSame, "the results are the same under each limit, bit for bit");
-  check(isWithin, "never more is held than the limit and what is in flight");
+  checks.add(isSame, "the results are the same under each limit, bit for bit");
+  checks.add(isWithin, "never more is held than limit and bytes in flight");
   const SlabPtr slab = ocean.getSlab(ocean.getField().getFragmentID(ocean.getName(0, 0)));
-  check(most <= slab->memsize(), "in flight is one slab at most");
+  checks.add(most <= slab->memsize(), "in flight is one slab at most");
   cache.trim(Cache::NoLimit);
 }
 

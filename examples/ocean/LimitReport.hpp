@@ -2,7 +2,12 @@
 // Copyright (c) 2026 the Tresk authors
 #pragma once
 
-#include "YearReport.hpp"
+#include "Checks.hpp"
+#include "OceanField.hpp"
+
+#include <tresk/foundation/CacheStatistics.hpp>
+
+#include <iosfwd>
 
 namespace Example {
 
@@ -11,6 +16,8 @@ namespace Example {
 ///
 /// The work goes over the months: for each month twice over its depths, for the mean and for the spread about it, and
 /// at last once more over everything.
-void showLimits(const OceanField& ocean, std::ostream& out, const Check& check, int chapter);
+/// \param also is told of the events of the cache, too; may be empty
+void showLimits(const OceanField& ocean, std::ostream& out, Checks& checks, int chapter,
+                const Ostrel::CacheListener& also);
 
 }  // namespace Example

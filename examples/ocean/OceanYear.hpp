@@ -4,15 +4,15 @@
 
 #include "OceanField.hpp"
 
-#include <tresk/field/AsynchronCreator.hpp>
 #include <tresk/field/RegularlyFragmentedField.hpp>
 
 namespace Example {
 
-/// The months of an ocean as fields of their own, and their mean, which is computed when it is asked for.
+/// The months of an ocean as fields of their own, their mean and what each month differs from it. Mean and differences
+/// are computed when they are asked for.
 ///
-/// Each month is a column of blocks, one for each depth, over a numbering that all months share. Block (0, 0, k) is
-/// bound to the creator that the ocean has for that month at depth k, so that nothing is read or held twice.
+/// Each month is a column of blocks, one for each depth, over a numbering that all these fields share. Block (0, 0, k)
+/// is bound to the creator that the ocean has for that month at depth k, so that nothing is read or held twice.
 class OceanYear {
  public:
   using Month = Tresk::RegularlyFragmentedField<3>;
@@ -23,27 +23,33 @@ class OceanYear {
   const std::vector<MonthPtr>& getMonths() const noexcept { return months_; }
   /// The fragment of a depth in all these fields.
   Tresk::FragmentIDPtr getFragment(std::size_t depth) const;
-  /// The mean of all months: a chain of sums over a field that says how many months there are.
+  /// The sums on the way to the mean: of the first two months, of the first three, and so on to all of them.
+  const std::vector<Tresk::FieldPtr>& getSums() const noexcept { return sums_; }
+  /// The mean of all months: the last sum, scaled.
   const Tresk::FieldPtr& getMean() const noexcept { return mean_; }
-  /// Bytes that the computed fields hold now: the sums on the way, the number of months and the mean.
-  unsigned long long getComputedMemory() const;
-  /// The number of computed arrays that are held now.
-  std::size_t countComputed() const;
+  /// Each month less the mean.
+  const std::vector<Tresk::FieldPtr>& getAnomalies() const noexcept { return anomalies_; }
+
+  /// The mean at a depth, computed link by link if it is not held. One request for the mean would bring it about as
+  /// well, but what a running request needs is in flight until its end: all months and all sums at once. Link by link
+  /// it is two months and a sum.
+  /// \param isKept whether the cache is to leave it alone from now on, if it is computed now
+  SlabPtr makeMean(std::size_t depth, bool isKept) const;
+  /// Lets the cache forget means again.
+  void stopKeeping() const;
+  /// The anomaly of a month at a depth, on the same road.
+  SlabPtr makeAnomaly(std::size_t month, std::size_t depth, bool isMeanKept) const;
+
+  /// Bytes that the sums and the mean hold now.
+  unsigned long long getChainMemory() const;
+  /// The number of arrays of the sums and the mean that are held now.
+  std::size_t countChain() const;
 
  private:
   std::vector<MonthPtr> months_;
-  std::vector<Tresk::FieldPtr> computed_;  ///< the sums in order, the number of months, the mean
+  std::vector<Tresk::FieldPtr> sums_;
   Tresk::FieldPtr mean_;
+  std::vector<Tresk::FieldPtr> anomalies_;
 };
-
-/// A production on a thread, and how far it has come.
-struct LongProduction {
-  Ostrel::StrongPtr<Tresk::AsynchronCreator, Ostrel::Creature> creator;
-  std::shared_ptr<std::atomic<std::size_t>> nDone;  ///< slabs read so far
-};
-
-/// The mean by area of each depth of a month, from the source, as an array of as many numbers. Nothing runs before it is
-/// requested.
-LongProduction makeDepthMeans(std::shared_ptr<const OceanSource> source, std::size_t month);
 
 }  // namespace Example

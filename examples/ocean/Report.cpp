@@ -18,9 +18,10 @@ namespace Example {
 namespace {
 
 constexpr std::size_t Gap = 2;        // spaces between columns
-constexpr double FirstLineAfter = 1;  // seconds
-constexpr double TerminalInterval = 0.2;
+constexpr double FirstLineAfter = 1;  // seconds, in a log
+constexpr double TerminalInterval = 0.1;
 constexpr double LogInterval = 2;
+constexpr std::size_t ShortestBar = 8;
 
 std::string dashes(std::size_t n) { return std::string(n, '-'); }
 
@@ -74,26 +75,55 @@ Progress::Progress(std::string work, std::size_t total, std::ostream& out, bool 
       isTerminal_(isTerminal),
       clock_(std::move(clock)),
       begin_(clock_()),
-      next_(begin_ + FirstLineAfter) {}
+      next_(begin_ + (isTerminal_ ? 0 : FirstLineAfter)) {}
 
 Progress::~Progress() {
-  if (width_ > 0) out_ << '\r' << std::string(width_, ' ') << '\r' << std::flush;
+  if (isTerminal_ && hasWritten_) out_ << '\r' << std::string(Width, ' ') << '\r' << std::flush;
 }
 
 void Progress::advance() {
   ++done_;
   const double now = clock_();
-  if (now < next_) return;
+  const bool isLast = done_ == total_ && hasWritten_;
+  if (now < next_ && !isLast) return;
   next_ = now + (isTerminal_ ? TerminalInterval : LogInterval);
-  std::ostringstream line;
-  line << work_ << ": " << done_ << " of " << total_ << " (" << 100 * done_ / total_ << " %), "
-       << fixed(now - begin_, 1) << " s";
-  if (isTerminal_) {
-    out_ << '\r' << line.str() << std::flush;
-    width_ = std::max(width_, line.str().size());
-  } else {
-    out_ << line.str() << std::endl;
+  if (isTerminal_)
+    draw(now - begin_);
+  else
+    writeLine(now - begin_);
+  hasWritten_ = true;
+}
+
+namespace {
+
+/// Pieces in a second, and the time for those that are left.
+std::string pace(std::size_t done, std::size_t total, double spent) {
+  if (spent <= 0) return "";
+  const double rate = static_cast<double>(done) / spent;
+  return "  " + fixed(rate, rate < 10 ? 1 : 0) + "/s  " + waitingTime(static_cast<double>(total - done) / rate) +
+         " left";
+}
+
+}  // namespace
+
+void Progress::draw(double spent) {
+  const std::string before = work_ + " ";
+  const std::string after = " " + std::to_string(100 * done_ / total_) + " %  " + std::to_string(done_) + " of " +
+                            std::to_string(total_) + pace(done_, total_, spent);
+  const std::size_t nOthers = before.size() + after.size() + 2;
+  std::string line = before + after.substr(1);
+  if (nOthers + ShortestBar <= Width) {
+    const std::size_t length = Width - nOthers;
+    const std::size_t filled = length * done_ / total_;
+    line = before + "[" + std::string(filled, '#') + std::string(length - filled, '.') + "]" + after;
   }
+  line.resize(Width, ' ');
+  out_ << '\r' << line << std::flush;
+}
+
+void Progress::writeLine(double spent) {
+  out_ << work_ << ": " << done_ << " of " << total_ << " (" << 100 * done_ / total_ << " %), " << fixed(spent, 1)
+       << " s" << (done_ < total_ ? pace(done_, total_, spent) : "") << std::endl;
 }
 
 std::string fixed(double value, int digits) {
@@ -121,6 +151,14 @@ std::string duration(double seconds) {
   if (seconds < 1e-3) return fixed(seconds * 1e6, 1) + " us";
   if (seconds < 1) return fixed(seconds * 1e3, 2) + " ms";
   return fixed(seconds, 2) + " s";
+}
+
+std::string waitingTime(double seconds) {
+  if (seconds < 9.95) return fixed(seconds, 1) + " s";
+  const auto whole = static_cast<unsigned long long>(seconds + 0.5);
+  if (whole < 60) return std::to_string(whole) + " s";
+  if (whole < 3600) return std::to_string(whole / 60) + " min " + std::to_string(whole % 60) + " s";
+  return std::to_string(whole / 3600) + " h " + std::to_string(whole / 60 % 60) + " min";
 }
 
 std::string hexadecimal(unsigned long long number) {

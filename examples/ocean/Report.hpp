@@ -28,16 +28,20 @@ class Table {
   const std::size_t nNames_;
 };
 
-/// Says how far a long work has come; says nothing during the first second.
+/// Says how far a long work has come, how fast it goes and how long it will take at this rate.
 ///
-/// On a terminal it writes one line over and over and removes it at the end; elsewhere it writes a line now and then.
+/// On a terminal it draws one bar over and over and removes it at the end. Elsewhere it writes a plain line now and then,
+/// none during the first second, and a last one at the end of a work that has written any.
 class Progress {
  public:
   using Clock = std::function<double()>;  ///< seconds since any fixed moment
 
+  static constexpr std::size_t Width = 79;  ///< columns of the bar and its numbers
+
   /// The time of the system.
   static double seconds();
 
+  /// \param work what is done, in a few words; \param total number of pieces
   Progress(std::string work, std::size_t total, std::ostream& out, bool isTerminal, Clock clock = seconds);
   Progress(const Progress&) = delete;
   Progress& operator=(const Progress&) = delete;
@@ -47,6 +51,9 @@ class Progress {
   void advance();
 
  private:
+  void draw(double spent);
+  void writeLine(double spent);
+
   const std::string work_;
   const std::size_t total_;
   std::ostream& out_;
@@ -55,7 +62,7 @@ class Progress {
   const double begin_;
   double next_;  ///< when to write the next time
   std::size_t done_ = 0;
-  std::size_t width_ = 0;  ///< of the line that stands on the terminal
+  bool hasWritten_ = false;
 };
 
 /// A number with `digits` decimals; "-" for NaN.
@@ -66,6 +73,8 @@ std::string grouped(unsigned long long number);
 std::string bytes(unsigned long long number);
 /// A time in seconds, for instance "1.25 ms".
 std::string duration(double seconds);
+/// A time as people wait for it, for instance "0.4 s" or "2 min 5 s".
+std::string waitingTime(double seconds);
 /// 16 hexadecimal digits.
 std::string hexadecimal(unsigned long long number);
 

@@ -2,6 +2,8 @@
 // Copyright (c) 2026 the Tresk authors
 #include "Statistics.hpp"
 
+#include "Interrupt.hpp"
+
 #include <algorithm>
 #include <cmath>
 #include <numbers>
@@ -44,6 +46,7 @@ std::vector<Statistics> summariseDepths(const OceanField& ocean,
   std::vector<Statistics> depths(ocean.getSource().nDepths());
   const std::vector<double>& latitudes = ocean.getSource().getDescription().latitude.values;
   for (const Tresk::FragmentIDPtr& fragment : ocean.getField().getFragmentIDs()) {
+    Interrupt::check();
     const SlabPtr slab = ocean.getSlab(fragment);
     depths[ocean.getDepth(fragment)].add(summarise(*slab, latitudes));
     visit(fragment, *slab);

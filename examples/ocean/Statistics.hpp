@@ -42,7 +42,7 @@ class Statistics {
 Statistics summarise(const Slab& slab, const std::vector<double>& latitudes);
 
 /// The summary of each depth over all months, by a loop over all fragments. `visit` is called for each fragment after
-/// its slab has been summarised, with the slab.
+/// its slab has been summarised, with the slab. Throws `Interrupted` when the user interrupts.
 std::vector<Statistics> summariseDepths(const OceanField& ocean,
                                         const std::function<void(const Tresk::FragmentIDPtr&, const Slab&)>& visit);
 

@@ -2,6 +2,8 @@
 // Copyright (c) 2026 the Tresk authors
 #include "YearReport.hpp"
 
+#include "DepthMeans.hpp"
+#include "Interrupt.hpp"
 #include "Report.hpp"
 #include "Statistics.hpp"
 
@@ -28,8 +30,8 @@ std::string quoted(const std::string& text) {
 }  // namespace
 
 YearReport::YearReport(const OceanField& ocean, std::shared_ptr<const OceanSource> source, std::ostream& out,
-                       Check check)
-    : ocean_(ocean), source_(std::move(source)), out_(out), check_(std::move(check)), year_(ocean) {}
+                       Checks& checks)
+    : ocean_(ocean), source_(std::move(source)), out_(out), checks_(checks), year_(ocean) {}
 
 void YearReport::showMean(int chapter) {
   const std::size_t nMonths = year_.getMonths().size();
@@ -39,16 +41,15 @@ void YearReport::showMean(int chapter) {
   out_ << "  Months        " << nMonths << " fields of " << first.getExtents()[0] << " x " << first.getExtents()[1]
        << " x " << first.getExtents()[2] << " blocks, \"" << year_.getFragment(0)->getName() << "\" to \""
        << year_.getFragment(source_->nDepths() - 1)->getName() << "\", on one numbering\n";
-  out_ << "  Mean          (((month 1 + month 2) + ...) + month " << nMonths << ") / " << nMonths << ": " << nMonths - 1
-       << " sums and a quotient\n";
+  out_ << "  Mean          (((month 1 + month 2) + ...) + month " << nMonths << ") * 1/" << nMonths << ": "
+       << nMonths - 1 << " sums and a scale\n";
   out_
-      << "  Made          " << year_.countComputed() << " arrays computed, " << bytes(year_.getComputedMemory())
-      << " held, " << ocean_.nSlabsRead() - nRead << " slabs read; rank " << year_.getMean()->Dims()
-      << " and element type "
+      << "  Made          " << year_.countChain() << " arrays computed, " << bytes(year_.getChainMemory()) << " held, "
+      << ocean_.nSlabsRead() - nRead << " slabs read; rank " << year_.getMean()->Dims() << " and element type "
       << Ostrel::StrongPtr<Tresk::TreskTypeBase, Tresk::TreskTypeBase>(year_.getMean()->getElementTreskType())->typeName
       << " are known\n";
-  check_(year_.countComputed() == 0 && year_.getComputedMemory() == 0 && ocean_.nSlabsRead() == nRead,
-         "a chain of sums holds nothing until it is asked");
+  checks_.add(year_.countChain() == 0 && year_.getChainMemory() == 0 && ocean_.nSlabsRead() == nRead,
+              "a chain of sums holds nothing until it is asked");
 
   const std::size_t depth = std::min<std::size_t>(6, source_->nDepths() - 1);
   const double begin = Progress::seconds();
@@ -57,36 +58,37 @@ void YearReport::showMean(int chapter) {
   const unsigned long long slabBytes = source_->nLongitudes() * source_->nLatitudes() * sizeof(double);
   out_ << "  Asked         for " << source_->getDescription().depth.values[depth] << " "
        << source_->getDescription().depth.unit << ": " << ocean_.nSlabsRead() - nRead << " slabs read, "
-       << year_.countComputed() << " arrays computed, " << bytes(year_.getComputedMemory()) << " held, in "
-       << duration(time) << "\n";
-  check_(ocean_.nSlabsRead() == nRead + nMonths, "one fragment of the mean reads one slab of each month");
-  check_(year_.countComputed() == nMonths + 1 && year_.getComputedMemory() == (nMonths + 1) * slabBytes,
-         "and computes one array for each link of the chain");
+       << year_.countChain() << " arrays computed, " << bytes(year_.getChainMemory()) << " held, in " << duration(time)
+       << "\n";
+  checks_.add(ocean_.nSlabsRead() == nRead + nMonths, "one fragment of the mean reads one slab of each month");
+  checks_.add(year_.countChain() == nMonths && year_.getChainMemory() == nMonths * slabBytes,
+              "and computes one array for each link of the chain");
 
   Slab direct({source_->nLongitudes(), source_->nLatitudes()}, Tresk::CreatorWeakPtr());
   Slab one({source_->nLongitudes(), source_->nLatitudes()}, Tresk::CreatorWeakPtr());
   auto* const total = static_cast<double*>(direct.getDataPointer());
   const auto* const cells = static_cast<const double*>(one.getDataPointer());
   for (std::size_t month = 0; month < nMonths; ++month) {
+    Interrupt::check();
     source_->readSlab(month, depth, {static_cast<double*>(one.getDataPointer()), one.nElements()});
     for (std::size_t i = 0; i < direct.nElements(); ++i) total[i] = month == 0 ? cells[i] : total[i] + cells[i];
   }
-  for (std::size_t i = 0; i < direct.nElements(); ++i) total[i] /= static_cast<double>(nMonths);
+  for (std::size_t i = 0; i < direct.nElements(); ++i) total[i] *= 1.0 / static_cast<double>(nMonths);
   forgetAll();
   const std::uint64_t again = checksum(*SlabPtr(year_.getMean()->getData(year_.getFragment(depth))));
   out_ << "  Checksum      " << hexadecimal(sum) << ", after forgetting " << hexadecimal(again) << ",\n"
        << "                by a plain loop " << hexadecimal(checksum(direct)) << "\n";
-  check_(sum == again && sum == checksum(direct), "the mean is that of a plain loop, bit for bit");
+  checks_.add(sum == again && sum == checksum(direct), "the mean is that of a plain loop, bit for bit");
   forgetAll();
-  check_(year_.getComputedMemory() == 0, "forgetting empties the whole chain");
+  checks_.add(year_.getChainMemory() == 0, "forgetting empties the whole chain");
 }
 
 void YearReport::showProduction(int chapter) {
   const std::size_t month = std::min<std::size_t>(7, source_->nMonths() - 1);
   const std::size_t nDepths = source_->nDepths();
-  const LongProduction production = makeDepthMeans(source_, month);
-  Tresk::AsynchronCreator& creator = *production.creator;
-  const auto state = [&] { return std::to_string(*production.nDone) + " of " + std::to_string(nDepths) + " slabs"; };
+  const DepthMeans production(source_, month);
+  Tresk::AsynchronCreator& creator = production.getCreator();
+  const auto state = [&] { return std::to_string(production.nDone()) + " of " + std::to_string(nDepths) + " slabs"; };
   out_ << "\n" << chapter << ". One production on a thread, while the program goes on\n\n";
   out_ << "  Declared      the means by area of all depths of " << source_->getDescription().months[month] << ": "
        << Tresk::getSize(creator)->str() << " numbers, not computed yet\n";
@@ -94,23 +96,24 @@ void YearReport::showProduction(int chapter) {
   const bool isTakenTwice = creator.request(nullptr);
   out_ << "  Requested     thread: " << state() << "\n";
   for (std::size_t depth = 0; depth < nDepths; depth += std::max<std::size_t>(1, nDepths / 3)) {
+    Interrupt::check();
     const SlabPtr mean(year_.getMean()->getData(year_.getFragment(depth)));
     out_ << "  Meanwhile     the mean of the year at " << source_->getDescription().depth.values[depth] << " "
          << source_->getDescription().depth.unit << " is "
          << fixed(summarise(*mean, source_->getDescription().latitude.values).getWeightedMean(), 3)
          << "; thread: " << state() << "\n";
   }
-  const Ostrel::StrongPtr<Tresk::MemArray<1, double>, Ostrel::Cacheable> means(creator.create(false));
+  const MeansPtr means = production.join();
   out_ << "  Joined        thread: " << state() << "; from " << fixed((*means)(0), 3) << " at the top to "
        << fixed((*means)(nDepths - 1), 3) << " at the bottom\n";
-  check_(isTaken && !isTakenTwice, "a production that runs is not started again");
+  checks_.add(isTaken && !isTakenTwice, "a production that runs is not started again");
   bool isEqual = true;
   for (std::size_t depth = 0; depth < nDepths; ++depth) {
     const SlabPtr slab = ocean_.getSlab(ocean_.getField().getFragmentID(ocean_.getName(month, depth)));
     isEqual =
         isEqual && (*means)(depth) == summarise(*slab, source_->getDescription().latitude.values).getWeightedMean();
   }
-  check_(isEqual && creator.nCreations() == 1, "the thread has computed what the field tells, once");
+  checks_.add(isEqual && creator.nCreations() == 1, "the thread has computed what the field tells, once");
   forgetAll();
 }
 
@@ -128,7 +131,7 @@ void YearReport::showAccounts(int chapter) {
   const unsigned long long before = report("One month     ", may);
   may.getData(year_.getFragment(0));
   const unsigned long long after = report("One read      ", may);
-  check_(before == 0 && after > 0, "a field tells what it holds, and what all of it would take");
+  checks_.add(before == 0 && after > 0, "a field tells what it holds and what it would take");
 
   const Ostrel::Ageable now = Ostrel::Ageable::now();
   const bool isNewerBefore = may.hasFragmentsNewerThan(now);
@@ -140,8 +143,8 @@ void YearReport::showAccounts(int chapter) {
        << " is newer than now; after one creator was told that its data\n"
        << "                have changed: " << something(isNewerAfter) << " in that month, " << something(isOtherNewer)
        << " in the first\n";
-  check_(!isNewerBefore && isNewerAfter && (!isOtherNewer || year_.getMonths().size() == 1),
-         "ages tell which month has changed");
+  checks_.add(!isNewerBefore && isNewerAfter && (!isOtherNewer || year_.getMonths().size() == 1),
+              "ages tell which month has changed");
 
   const FieldPtr small(new Tresk::Field);
   small->setCreator(may.getCreatorByNumericalID(0), Tresk::FragmentIDPtr(small->makeFragmentID("top")));
@@ -149,9 +152,9 @@ void YearReport::showAccounts(int chapter) {
   const unsigned long long nRead = ocean_.nSlabsRead();
   const std::string text = small->xml();
   out_ << "  Text          of a field of two fragments, one of them without a creator:\n\n" << quoted(text);
-  check_(text.find("<NUMBEROFRAGMENTS>2<") != std::string::npos && text.find("<NODATA/>") != std::string::npos &&
-             ocean_.nSlabsRead() == nRead,
-         "a field describes its fragments without reading them");
+  checks_.add(text.find("<NUMBEROFRAGMENTS>2<") != std::string::npos && text.find("<NODATA/>") != std::string::npos &&
+                  ocean_.nSlabsRead() == nRead,
+              "a field describes its fragments without reading them");
   forgetAll();
 }
 

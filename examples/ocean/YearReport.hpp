@@ -2,22 +2,19 @@
 // Copyright (c) 2026 the Tresk authors
 #pragma once
 
+#include "Checks.hpp"
 #include "OceanYear.hpp"
 
-#include <functional>
 #include <iosfwd>
-#include <string>
+#include <memory>
 
 namespace Example {
-
-/// What a report has found to hold, or not.
-using Check = std::function<void(bool holds, const std::string& what)>;
 
 /// Shows, chapter by chapter, what can be done with the months of an ocean. Begins and ends with nothing held.
 class YearReport {
  public:
   /// \param ocean must outlive the report
-  YearReport(const OceanField& ocean, std::shared_ptr<const OceanSource> source, std::ostream& out, Check check);
+  YearReport(const OceanField& ocean, std::shared_ptr<const OceanSource> source, std::ostream& out, Checks& checks);
 
   /// The mean of the year as a chain of fields that hold nothing until they are asked.
   void showMean(int chapter);
@@ -30,7 +27,7 @@ class YearReport {
   const OceanField& ocean_;
   const std::shared_ptr<const OceanSource> source_;
   std::ostream& out_;
-  const Check check_;
+  Checks& checks_;
   const OceanYear year_;
 };
 

@@ -3,12 +3,16 @@
 
 // A monthly ocean atlas as one field: 228 fragments, one for each month at each depth, read when they are asked for.
 // The exit code is 0 if everything that the program shows holds, 1 if not, 2 for a wrong command line or an unreadable
-// file.
+// file, 130 after an interrupt.
 
 #include "AnalyticOcean.hpp"
+#include "AnomalyReport.hpp"
+#include "Checks.hpp"
+#include "Interrupt.hpp"
 #include "LimitReport.hpp"
 #include "OceanField.hpp"
 #include "OceanGrid.hpp"
+#include "Options.hpp"
 #include "Report.hpp"
 #include "Statistics.hpp"
 #include "YearReport.hpp"
@@ -18,6 +22,7 @@
 
 #include <tresk/field/SizeInterface.hpp>
 #include <tresk/field/TreskTypeBase.hpp>
+#include <tresk/foundation/TraceWriter.hpp>
 
 #include <unistd.h>
 
@@ -53,6 +58,25 @@ std::shared_ptr<const OceanSource> openOcean(const std::optional<std::string>& p
   return std::make_shared<AnalyticOcean>();
 }
 
+/// Records what happens while it lives.
+class Trace {
+ public:
+  explicit Trace(const std::string& path) : writer_(path) {
+    writer_.attach();
+    Ostrel::Cache::MemCache()->setListener(getListener());
+  }
+  Trace(const Trace&) = delete;
+  Trace& operator=(const Trace&) = delete;
+  ~Trace() { Ostrel::Cache::MemCache()->setListener(Ostrel::CacheListener()); }
+
+  Ostrel::CacheListener getListener() const { return writer_.makeCacheListener("bytes held"); }
+  /// Whether everything has reached the file.
+  bool close() { return writer_.close(); }
+
+ private:
+  Ostrel::TraceWriter writer_;
+};
+
 /// What a field tells at one moment without producing anything.
 struct Moment {
   std::string name;
@@ -68,7 +92,9 @@ struct Moment {
 /// Runs the example and keeps what it finds.
 class Demonstration {
  public:
-  explicit Demonstration(std::shared_ptr<const OceanSource> source) : source_(std::move(source)) {}
+  /// \param listener is told of all events of the cache; may be empty
+  Demonstration(std::shared_ptr<const OceanSource> source, const Options& options, Ostrel::CacheListener listener)
+      : source_(std::move(source)), options_(options), listener_(std::move(listener)) {}
 
   bool run() {
     describeSource();
@@ -79,13 +105,21 @@ class Demonstration {
     forget();
     readMonthByMonth();
     showMoments();
-    YearReport year(*ocean_, source_, std::cout, [this](bool holds, const std::string& what) { check(holds, what); });
+    YearReport year(*ocean_, source_, std::cout, checks_);
     year.showMean(7);
     year.showProduction(8);
     year.showAccounts(9);
-    showLimits(
-        *ocean_, std::cout, [this](bool holds, const std::string& what) { check(holds, what); }, 10);
-    return showChecks();
+    showLimits(*ocean_, std::cout, checks_, 10, listener_);
+    AnomalyReport anomalies(
+        source_, std::cout, checks_,
+        [](const std::string& work, std::size_t total) { return makeProgress(work, total); }, listener_);
+    anomalies.show(11);
+    int chapter = 12;
+    if (options_.pictures) anomalies.draw(chapter++, *options_.pictures);
+    std::cout << "\n" << chapter << ". Checks\n\n";
+    checks_.print(std::cout);
+    std::cout.flush();
+    return checks_.doAllHold();
   }
 
  private:
@@ -93,7 +127,7 @@ class Demonstration {
   const OceanDescription& source() const { return source_->getDescription(); }
   std::string unit() const { return source().unit.empty() ? "degC" : source().unit; }
 
-  void check(bool holds, const std::string& what) { checks_.emplace_back(holds, what); }
+  void check(bool holds, const std::string& what) { checks_.add(holds, what); }
 
   const Moment& observe(const std::string& name) {
     const Tresk::SizePtr size = field().getSize();
@@ -103,9 +137,9 @@ class Demonstration {
     return moments_.back();
   }
 
-  Progress makeProgress(const std::string& work) const {
+  static std::unique_ptr<Progress> makeProgress(const std::string& work, std::size_t total) {
     std::cout << std::flush;  // the report so far stands before the first line about progress
-    return Progress(work, field().getFragmentIDs().size(), std::cerr, isatty(STDERR_FILENO) == 1);
+    return std::make_unique<Progress>(work, total, std::cerr, isatty(STDERR_FILENO) == 1);
   }
 
   void describeSource() const {
@@ -170,7 +204,7 @@ class Demonstration {
     for (std::size_t i = 0; i < plane->nElements(); ++i)
       for (int c = 0; c < 2; ++c) largest = std::max(largest, std::abs(computed[i][c] - written[i][c]));
     check(largest <= Axis::StepTolerance * std::max(std::abs(x->getStep()), std::abs(y->getStep())),
-          "evenly spaced axes give the coordinates of the source again");
+          "evenly spaced axes give the same coordinates");
   }
 
   void bind() {
@@ -200,7 +234,8 @@ class Demonstration {
       std::cout << "; binding let the process grow by " << bytes(residentNow - std::min(resident, residentNow));
     std::cout << "\n";
 
-    check(nFragments == source_->nMonths() * source_->nDepths(), "every month at every depth has its fragment");
+    checks_.add("fragments: one for each month at each depth", std::to_string(source_->nMonths() * source_->nDepths()),
+                count);
     check(now.nSlabsRead == 0 && now.memoryHeld == 0, "binding and asking for size and type read nothing");
   }
 
@@ -240,7 +275,7 @@ class Demonstration {
     show("object", byObject, [&] { return field().getData(byObject); });
     table.print(std::cout);
     observe("three fragments read");
-    check(isReadOnce, "a fragment that is held is not read again, whichever way it is asked for");
+    check(isReadOnce, "a fragment that is held is not read again");
   }
 
   void readEverything() {
@@ -248,10 +283,10 @@ class Demonstration {
     const double begin = Progress::seconds();
     std::vector<Statistics> depths;
     {
-      Progress progress = makeProgress("reading fragments");
+      const std::unique_ptr<Progress> progress = makeProgress("reading", field().getFragmentIDs().size());
       depths = summariseDepths(*ocean_, [&](const FragmentIDPtr& fragment, const Slab& slab) {
         checksums_[fragment->getNumericalID()] = checksum(slab);
-        progress.advance();
+        progress->advance();
       });
     }
     const double time = Progress::seconds() - begin;
@@ -281,8 +316,9 @@ class Demonstration {
     if (unit() == "degC" && all.getMinimum() < FreezingPoint)
       std::cout << "  Values stand as the source has them, also those below the freezing point of sea water ("
                 << FreezingPoint << " degC).\n";
-    check(now.nSlabsRead == field().nFragments(), "each fragment was read exactly once");
-    check(now.memoryHeld == now.fullMemory, "with everything read, the memory held is the full size");
+    checks_.add("slabs read when all fragments were asked for", std::to_string(field().nFragments()),
+                std::to_string(now.nSlabsRead));
+    checks_.add("memory held then, the full size", bytes(now.fullMemory), bytes(now.memoryHeld));
   }
 
   void forget() {
@@ -296,9 +332,10 @@ class Demonstration {
     std::cout << "  The cache gave back " << bytes(given) << "; memory held: " << bytes(forgotten.memoryHeld) << "\n";
     std::cout << "  Checksum of \"" << fragment->getName() << "\"   before " << hexadecimal(before) << "   after "
               << hexadecimal(after) << "\n";
-    check(forgotten.memoryHeld == 0 && given == forgotten.fullMemory, "forgetting gives back all memory");
+    checks_.add("memory given back by forgetting everything", bytes(forgotten.fullMemory), bytes(given));
+    check(forgotten.memoryHeld == 0, "nothing is held then");
     check(again.nSlabsRead == forgotten.nSlabsRead + 1, "a forgotten fragment is read again");
-    check(after == before, "a fragment read again is the same, bit for bit");
+    checks_.add("checksum of a fragment read again", hexadecimal(before), hexadecimal(after));
   }
 
   void readMonthByMonth() {
@@ -306,7 +343,7 @@ class Demonstration {
     std::size_t nSame = 0;
     unsigned long long most = 0;
     {
-      Progress progress = makeProgress("reading again, month by month");
+      const std::unique_ptr<Progress> progress = makeProgress("reading by month", field().getFragmentIDs().size());
       std::size_t month = 0;
       summariseDepths(*ocean_, [&](const FragmentIDPtr& fragment, const Slab& slab) {
         if (ocean_->getMonth(fragment) != month) {
@@ -316,14 +353,15 @@ class Demonstration {
         // The last depth of a month: more than now is never held.
         if (ocean_->getDepth(fragment) + 1 == source_->nDepths()) most = std::max(most, getMemoryHeld(field()));
         if (checksum(slab) == checksums_.at(fragment->getNumericalID())) ++nSame;
-        progress.advance();
+        progress->advance();
       });
     }
     Ostrel::Cache::MemCache()->trim(Everything);
     const Moment& now = observe("again month by month");
     std::cout << "  All of it again, forgetting after each month: " << nSame << " of " << field().nFragments()
               << " checksums as before,\n  and never more than " << bytes(most) << " held\n";
-    check(nSame == field().nFragments(), "every fragment read again is the same, bit for bit");
+    checks_.add("fragments that are the same again, bit for bit", std::to_string(field().nFragments()),
+                std::to_string(nSame));
     check(most <= now.fullMemory / source_->nMonths(), "a pass that forgets holds one month at a time");
     check(now.memoryHeld == 0, "nothing is held after the pass");
   }
@@ -346,47 +384,53 @@ class Demonstration {
     check(isSteady, "size, rank and type are the same at every moment");
   }
 
-  bool showChecks() const {
-    std::cout << "\n11. Checks\n\n";
-    bool isGood = true;
-    for (const auto& [holds, what] : checks_) {
-      std::cout << (holds ? "  ok      " : "  FAILED  ") << what << "\n";
-      isGood = isGood && holds;
-    }
-    std::cout << "\n" << (isGood ? "All checks hold." : "Some checks do not hold.") << "\n";
-    return isGood;
-  }
-
   const std::shared_ptr<const OceanSource> source_;
+  const Options options_;
+  const Ostrel::CacheListener listener_;
   std::optional<OceanField> ocean_;
   std::map<unsigned int, std::uint64_t> checksums_;  ///< of each fragment by its number
   std::vector<Moment> moments_;
-  std::vector<std::pair<bool, std::string>> checks_;
+  Checks checks_;
 };
 
 }  // namespace
 
 int main(int argc, char** argv) {
-  const std::vector<std::string> arguments(argv + 1, argv + argc);
-  if (arguments.size() > 1 ||
-      (arguments.size() == 1 && arguments[0].starts_with("-") && arguments[0] != "--analytic")) {
-    std::cerr << "usage: ocean [FILE | --analytic]\n"
-                 "  FILE        a NetCDF file with a variable TEMP over time, depth, latitude and longitude\n"
-                 "  --analytic  an embedded ocean, computed on demand\n"
-                 "Without an argument: the ocean atlas of the package ferret-datasets if it is installed.\n";
+  Options options;
+  try {
+    options = Options::parse({argv + 1, argv + argc});
+  } catch (const UsageError& error) {
+    std::cerr << "ocean: " << error.what() << "\n";
+    printUsage(std::cerr);
     return 2;
   }
-  const bool isAnalytic = !arguments.empty() && arguments[0] == "--analytic";
+  if (options.isHelp) {
+    printUsage(std::cout);
+    return 0;
+  }
+  const Interrupt interrupt;
   std::shared_ptr<const OceanSource> source;
+  std::optional<Trace> trace;
   try {
-    source = openOcean(arguments.empty() ? std::nullopt : std::optional(arguments[0]), isAnalytic);
+    source = openOcean(options.file, options.isAnalytic);
+    if (options.trace) trace.emplace(*options.trace);
   } catch (const std::exception& error) {
     std::cerr << "ocean: " << error.what() << "\n";
     return 2;
   }
   try {
-    return Demonstration(source).run() ? 0 : 1;
+    const bool isGood = Demonstration(source, options, trace ? trace->getListener() : Ostrel::CacheListener()).run();
+    if (!trace) return isGood ? 0 : 1;
+    const bool isWritten = trace->close();
+    std::cout << (isWritten ? "The trace is in " : "The trace could not be written in whole: ") << *options.trace
+              << "\n";
+    return isGood && isWritten ? 0 : 1;
+  } catch (const Interrupted&) {
+    std::cout << std::flush;
+    std::cerr << "\nocean: interrupted; all work has ended\n";
+    return 130;
   } catch (const std::exception& error) {
+    std::cout << std::flush;
     std::cerr << "ocean: " << error.what() << "\n";
     return 1;
   }

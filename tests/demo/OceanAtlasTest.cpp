@@ -9,11 +9,13 @@
 #ifdef TRESK_OCEAN_WITH_NETCDF
 
 #include <ocean/OceanFile.hpp>
+#include <ocean/OceanYear.hpp>
 #include <ocean/Statistics.hpp>
 #include <support/RaceRunner.hpp>
 
 #include <bit>
 #include <limits>
+#include <map>
 
 namespace {
 
@@ -117,6 +119,50 @@ TEST_F(OceanAtlasTest, AFragmentHasItsChecksumBeforeAndAfterItWasForgotten) {
   EXPECT_EQ(getMemoryHeld(ocean.getField()), 0U);
   EXPECT_EQ(checksum(*ocean.getSlab(fragment)), 0x0cb8ef74ea5fb3d7U);
   EXPECT_EQ(ocean.nSlabsRead(), 2U);
+}
+
+TEST_F(OceanAtlasTest, AnomaliesAreThoseOfTheFile) {
+  struct Row {
+    unsigned long long nEveryMonth;
+    double minimum, maximum;              // K, of all months
+    double augustMinimum, augustMaximum;  // K
+  };
+  // The surface, 30 m with the largest anomaly of all, 200 m, 500 m and 1000 m.
+  const std::map<std::size_t, Row> expected{
+      {0, {10516, -10.281683, 12.171592, -5.152392, 12.171592}},
+      {3, {10426, -6.142416, 21.961883, -5.748592, 4.757216}},
+      {9, {9780, -5.470608, 7.133909, -3.191033, 2.534566}},
+      {13, {9419, -3.581850, 5.223975, -2.120417, 2.511217}},
+      {18, {9081, -1.814383, 2.761692, -1.015525, 2.679592}},
+  };
+  const OceanField ocean(source_);
+  const OceanYear year(ocean);
+  for (const auto& [depth, row] : expected) {
+    SCOPED_TRACE(depth);
+    Statistics all;
+    for (std::size_t month = 0; month < 12; ++month) {
+      const Statistics one =
+          summarise(*year.makeAnomaly(month, depth, false), source_->getDescription().latitude.values);
+      EXPECT_EQ(one.nFinite(), row.nEveryMonth);
+      if (month == 7) {
+        EXPECT_NEAR(one.getMinimum(), row.augustMinimum, 6e-7);
+        EXPECT_NEAR(one.getMaximum(), row.augustMaximum, 6e-7);
+      }
+      all.add(one);
+    }
+    EXPECT_NEAR(all.getMinimum(), row.minimum, 6e-7);
+    EXPECT_NEAR(all.getMaximum(), row.maximum, 6e-7);
+  }
+  EXPECT_EQ(ocean.nSlabsRead(), 12 * expected.size());
+}
+
+TEST_F(OceanAtlasTest, CellsWithAValueInEveryMonthAreThoseOfTheFile) {
+  const OceanField ocean(source_);
+  const OceanYear year(ocean);
+  unsigned long long n = 0;
+  for (std::size_t depth = 0; depth < 19; ++depth)
+    n += summarise(*year.makeMean(depth, false), source_->getDescription().latitude.values).nFinite();
+  EXPECT_EQ(n, 186582U);
 }
 
 TEST_F(OceanAtlasTest, ThreadsThatReadAtOnceGetWhatOneGetsAlone) {
