@@ -11,6 +11,8 @@ foreach(component runtime development documentation)
   execute_process(COMMAND ${CMAKE_COMMAND} --install ${BUILD} --config ${CONFIG} --component ${component}
                           --prefix ${WORK}/${component} OUTPUT_QUIET COMMAND_ERROR_IS_FATAL ANY)
   file(GLOB_RECURSE ${component} RELATIVE ${WORK}/${component} ${WORK}/${component}/*)
+  # The place of the printers for gdb repeats where the library was installed.
+  string(REPLACE "/auto-load${WORK}/${component}/" "/auto-load${STAGE}/" ${component} "${${component}}")
   list(APPEND together ${${component}})
 endforeach()
 
@@ -27,6 +29,7 @@ if(NOT runtime STREQUAL expected)
 endif()
 foreach(file ${LIBDIR}/libtresk.so ${LIBDIR}/pkgconfig/tresk.pc ${LIBDIR}/cmake/Tresk/TreskConfig.cmake
              ${LIBDIR}/cmake/Tresk/TreskConfigVersion.cmake ${LIBDIR}/cmake/Tresk/TreskTargets.cmake
+             share/gdb/auto-load${STAGE}/${LIBDIR}/libtresk.so.${VERSION}-gdb.py
              include/tresk/field/Field.hpp include/tresk/field/Version.hpp include/tresk/foundation/Pointers.hpp)
   if(NOT file IN_LIST development)
     message(FATAL_ERROR "The component development lacks ${file}")

@@ -6,7 +6,7 @@
 cmake_minimum_required(VERSION 3.25)
 
 set(files ${ROOT}/CMakeLists.txt ${ROOT}/.clang-format ${ROOT}/.clang-tidy)
-foreach(folder bench cmake examples field foundation tests)
+foreach(folder bench cmake examples field foundation gdb tests)
   foreach(pattern *.hpp *.cpp *.cmake *.in *.py CMakeLists.txt)
     file(GLOB_RECURSE found ${ROOT}/${folder}/${pattern})
     list(APPEND files ${found})
