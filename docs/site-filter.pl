@@ -107,7 +107,7 @@ for (@lines) {
     print;
   } elsif (m{^<!--\s*(examples/\S+\.(?:cpp|hpp))\b.*-->\s*$} and -e $1) {
     print_text();
-    print "<p class=\"source\"><a href=\"@{[listing($1)]}\">$1</a></p>\n\n";
+    print "<div class=\"source\"><a href=\"@{[listing($1)]}\">$1</a></div>\n\n";
   } elsif (/^<!--.*-->\s*$/) {
     print_text();
   } elsif (/^(#+) (.*)$/) {
