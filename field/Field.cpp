@@ -10,6 +10,7 @@
 #include <algorithm>
 #include <cstddef>
 #include <functional>
+#include <optional>
 #include <stdexcept>
 
 namespace Tresk {
@@ -116,7 +117,10 @@ Field::Field(const MemBasePtr& data, const FragmentIDCollectionPtr& collection)
 
 Field::Field(const MemBasePtr& data, const CachePtr& cache, const FragmentIDCollectionPtr& collection)
     : Field(collection) {
+  std::optional<CreatorKeeper> keeper;  // to the end: data that are bound, but not described yet, are let go again
+  if (data) keeper.emplace(data);
   bindOrForget([&] { setPersistentData(data, FragmentIDPtr(), cache, std::string()); });
+  if (keeper) keeper->accept();
 }
 
 void Field::extremeUnction() noexcept { clear(); }

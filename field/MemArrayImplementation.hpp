@@ -207,7 +207,8 @@ MemBasePtr MemArray<N, T>::createArray(const MultiIndex<N>& size, const CreatorW
 template <int N, class T>
 MemBasePtr MemArray<N, T>::createSubArray(const MultiIndex<N>& start, const MultiIndex<N>& size,
                                           const CreatorWeakPtr& creator) const {
-  if (this->data == nullptr && this->source == nullptr) return MemBasePtr();  // there is nothing to copy from
+  // There is nothing to copy from. Of an array of no elements the data are null as well, but it has its chunk.
+  if (this->data == nullptr && this->source == nullptr && !this->chunk) return MemBasePtr();
   const Ostrel::StrongPtr<MemArray, Ostrel::Cacheable> target(new MemArray(size, creator));
   const unsigned long long nRows = size[0] == 0 ? 0 : target->nElements() / size[0];
   CreativeIterator<T>& out = *target;
@@ -255,7 +256,7 @@ MemBasePtr MemArray<N, T>::makeExplicit(const CreatorWeakPtr&) const {
 
 template <int N, class T>
 MemBasePtr MemArray<N, T>::createOnChunk(const ChunkPtr& storage, const CreatorWeakPtr& creator) const {
-  if (!storage || storage->size() != this->nElements()) return MemBasePtr();
+  if (!storage || storage->size() != Detail::allocationSize(this->extents)) return MemBasePtr();
   return MemBasePtr(new MemArray(storage, this->extents, creator));
 }
 

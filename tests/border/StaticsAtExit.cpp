@@ -2,8 +2,8 @@
 // Copyright (c) 2026 the Tresk authors
 
 // Fields and creators that a program keeps in objects of static storage. These are older than whatever the library makes
-// when it is first used, and so outlive it: the last fields and data go when those of the library's own statics that end
-// at all have ended.
+// when it is first used, and so outlive it, but not the records of element types, which are made when the library is
+// loaded: objects that outlive those as well are in LoadAndClose.cpp.
 
 #include <tresk/field/AsynchronCreator.hpp>
 #include <tresk/field/ComputationalField.hpp>

@@ -74,6 +74,38 @@ bool isTableAsBefore(const Binding& b) {
   return b.field->nFragments() == b.nFragments && b.field->getAge() == b.age && !b.field->getCreator(b.fragment);
 }
 
+TEST_F(FieldAllocationTest, FieldsOfDataAreMadeOrTheDataKeepTheirCreator) {
+  const FragmentIDCollectionPtr collection(new FragmentIDCollection);
+  const FieldPtr sibling(new Field(collection));
+  const CachePtr cache(new Ostrel::Cache);
+  struct Owned {
+    CreatorPtr former;
+    MemBasePtr data;
+    FieldPtr field;
+  };
+  const auto make = [&] {
+    const MemBasePtr data = TreskTest::makeArray(3, 1.5);
+    return Owned{CreatorPtr(new TreskTest::ForgetfulArray(data, cache)), data, {}};
+  };
+  const auto asBefore = [&](const Owned& o) {
+    return !o.field && o.data->getCreator() == o.former && o.former->getData() == o.data &&
+           cache->getStatistics().nHeldBytes == 24;
+  };
+  const auto isFirst = [](const Owned& o) {
+    const CreatorPtr creator = o.field->getFirstCreator();
+    return o.data->getCreator() == creator && creator->isOwnedBy(o.field->getSelf()) && getSize(*creator)->str() == "3";
+  };
+  each.changes(
+      "data, cache and collection", make, [&](Owned& o) { o.field = FieldPtr(new Field(o.data, cache, collection)); },
+      asBefore, isFirst);
+  each.changes(
+      "data and sibling", make, [&](Owned& o) { o.field = FieldPtr(new Field(o.data, FieldWeakPtr(sibling))); },
+      asBefore, isFirst);
+  each.makes(
+      "no data", [&] { return FieldPtr(new Field(MemBasePtr(), collection)); },
+      [](const FieldPtr& p) { return p->nFragments() == 0; });
+}
+
 TEST_F(FieldAllocationTest, FieldsAreMadeOrNot) {
   const FragmentIDCollectionPtr collection(new FragmentIDCollection);
   collection->makeFragmentID(nameOf(0));

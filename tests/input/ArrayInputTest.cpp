@@ -315,6 +315,9 @@ TEST_F(ArrayInput, CreateSubArray) {
   }
   const MemBasePtr ofNone = array->createSubArray({2, 3}, {0, 0}, nobody);
   EXPECT_EQ(ofNone->nElements(), 0U);
+  const MemBasePtr fromNone = makeMatrix(0, 4)->createSubArray({0, 1}, {0, 2}, nobody);
+  ASSERT_TRUE(fromNone);
+  EXPECT_EQ(fromNone->getSize().str(), "0x2");
   EXPECT_FALSE(makeOnChunk(makeChunk<unsigned int>(2), 2)->createSubArray(DynamicSize{0}, DynamicSize{1}, nobody));
   const DynamicSize vast{HalfWidth, HalfWidth};
   const DynamicSize start{0, 0};
@@ -345,6 +348,8 @@ TEST_F(ArrayInput, CreateOnChunk) {
     EXPECT_FALSE(array->createOnChunk(makeChunk<double>(n), nobody));
   const MemBasePtr onIntegers = array->createOnChunk(makeChunk<unsigned int>(2), nobody);
   EXPECT_FALSE(onIntegers->getChunk());
+  const MemBasePtr vast(new MemArray<2, double>(ChunkPtr(), MultiIndex<2>(HalfWidth, HalfWidth), nobody));
+  EXPECT_FALSE(vast->createOnChunk(makeChunk<double>(0), nobody)) << "its number of elements is 0 modulo 2^64 only";
 }
 
 TEST_F(ArrayInput, CopyFromChunk) {

@@ -20,6 +20,8 @@
  * At the end, with nobody active: one more pass brings the held bytes to the limit. Then the creators go, and nothing
  * is left of them, their data and the books.
  *
+ * Properties are those of Cache.pml.
+ *
  * Waiting for the announcement, for the end of a thread and for a creation mutex are steps that block. A cycle of them
  * shows as an invalid end state.
  */
@@ -198,15 +200,17 @@ inline Create(c, r) {
 }
 
 inline Request(c) {
+  atomic { TOUCH_CREATOR(c); isShared = (slot[c] == NIL) };  /* the look for data comes before the flag */
   atomic {
     TOUCH_CREATOR(c);
     if
-    :: slot[c] == NIL && !isUnderCreation[c] && nRequests < NWORK ->
+    :: isShared && !isUnderCreation[c] && nRequests < NWORK ->
        isUnderCreation[c] = 1;
        nRequests++;
        thread = nRequests + 2
     :: else
-    fi
+    fi;
+    isShared = 0
   };
   if
   :: thread != 0 ->

@@ -16,6 +16,10 @@
  *   Settle                    ThreadBooks::settle with the passes of CachePass.cpp, at the end of a CacheOperation
  *   GiveChargeBack            CacheBooks::settleCharge
  *   Enter, Leave              CacheBooks::moveToEnd, unlist: the ring of CacheEntry
+ *   MakeData                  ReferenceRecord::allocate for data that a production makes
+ *   ClearTag                  CacheBooks::unlist, which leaves 0 in ReferenceRecord::tag
+ *   AccountForVictim          Pass::book
+ *   ForgetPass, EndPass       Pass::end and finish
  *   record            a reference record. It is used again at once, lowest number first, so that a number that somebody
  *                     has kept leads to other data as often as possible.
  *   tag               Tags are serial numbers and never repeat, so all that counts of a remembered tag is whether it is

@@ -8,13 +8,13 @@
  *   Produce                   FunctionalCreatorBase::produce
  *   Create                    CreatorBase::create
  *
- * With UNSERIALISED there is no creation mutex, as in OnDemandCreator: two threads
- * may produce at once, the last data stay in the creator, and the others live as long as their user wants.
+ * With UNSERIALISED there is no creation mutex, as in OnDemandCreator: two threads may produce at once, the last data
+ * stay in the creator, and the others live as long as their user wants.
  *
  * Each user holds both creators, makes NOPS choices among the use of a creator and dropping it, keeps at most one of
  * the data, and drops them at any time. The thread of the cache makes NPASSES passes at any time.
  * At the end, with nobody active: one more pass brings the held bytes to the limit. Then the creators go, and nothing
- * is left of them, their data and the books.
+ * is left of them, their data and the books. Properties are those of Cache.pml.
  */
 
 #ifndef NOPS
