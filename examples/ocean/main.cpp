@@ -425,12 +425,13 @@ int main(int argc, char** argv) {
     std::cout << (isWritten ? "The trace is in " : "The trace could not be written in whole: ") << *options.trace
               << "\n";
     return isGood && isWritten ? 0 : 1;
-  } catch (const Interrupted&) {
-    std::cout << std::flush;
-    std::cerr << "\nocean: interrupted; all work has ended\n";
-    return 130;
   } catch (const std::exception& error) {
     std::cout << std::flush;
+    // Also where the interrupt has reached another program first, and that one's end is the error.
+    if (Interrupt::isRequested()) {
+      std::cerr << "\nocean: interrupted; all work has ended\n";
+      return 130;
+    }
     std::cerr << "ocean: " << error.what() << "\n";
     return 1;
   }

@@ -8,6 +8,7 @@
 
 #include <ocean/Gnuplot.hpp>
 #include <ocean/Pictures.hpp>
+#include <support/TraceFile.hpp>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -124,6 +125,24 @@ TEST(OceanProgramTest, EndsInOrderWhenItIsInterrupted) {
   EXPECT_EQ(result.exitCode, 130) << result.output;
   EXPECT_THAT(result.output,
               AllOf(testing::EndsWith("\nocean: interrupted; all work has ended\n"), Not(HasSubstr("checks hold"))));
+}
+
+TEST(OceanProgramTest, WritesATraceOfWhatItsCacheDoes) {
+  const TreskTest::TestFolder folder;
+  const std::string path = folder / "trace.json";
+  const ProgramResult result = runProgram(OCEAN_PROGRAM, "--analytic --no-pictures --trace '" + path + "'");
+  EXPECT_EQ(result.exitCode, 0) << result.output;
+  EXPECT_THAT(result.output, testing::EndsWith("\nThe trace is in " + path + "\n"));
+  const TreskTest::TraceFile trace(path);
+  // Chapter 11 alone: 228 slabs and 456 arrays without a limit, as many depth by depth, 437 and 456 month by month.
+  EXPECT_GE(trace.slices("production").size(), 2 * 684U + 893U);
+  EXPECT_GE(trace.events("i", "Evicted").size(), 639U + 848U);
+}
+
+TEST(OceanProgramTest, NamesTheTraceThatItCannotWrite) {
+  const ProgramResult result = runProgram(OCEAN_PROGRAM, "--analytic --trace /no/such/folder/trace.json");
+  EXPECT_EQ(result.exitCode, 2);
+  EXPECT_THAT(result.output, HasSubstr("'/no/such/folder/trace.json': No such file or directory"));
 }
 
 TEST(OceanProgramTest, ExplainsItselfOnRequest) {
