@@ -315,7 +315,7 @@ TEST_F(ArrayInput, CreateSubArray) {
   }
   const MemBasePtr ofNone = array->createSubArray({2, 3}, {0, 0}, nobody);
   EXPECT_EQ(ofNone->nElements(), 0U);
-  const MemBasePtr fromNone = makeMatrix(0, 4)->createSubArray({0, 1}, {0, 2}, nobody);
+  const MemBasePtr fromNone = makeMatrix(0, 4)->createSubArray(DynamicSize{0, 1}, DynamicSize{0, 2}, nobody);
   ASSERT_TRUE(fromNone);
   EXPECT_EQ(fromNone->getSize().str(), "0x2");
   EXPECT_FALSE(makeOnChunk(makeChunk<unsigned int>(2), 2)->createSubArray(DynamicSize{0}, DynamicSize{1}, nobody));
