@@ -77,7 +77,7 @@ bool isTableAsBefore(const Binding& b) {
 TEST_F(FieldAllocationTest, FieldsOfDataAreMadeOrTheDataKeepTheirCreator) {
   const FragmentIDCollectionPtr collection(new FragmentIDCollection);
   const FieldPtr sibling(new Field(collection));
-  const CachePtr cache(new Ostrel::Cache);
+  const CachePtr books(new Ostrel::Cache);
   struct Owned {
     CreatorPtr former;
     MemBasePtr data;
@@ -85,18 +85,18 @@ TEST_F(FieldAllocationTest, FieldsOfDataAreMadeOrTheDataKeepTheirCreator) {
   };
   const auto make = [&] {
     const MemBasePtr data = TreskTest::makeArray(3, 1.5);
-    return Owned{CreatorPtr(new TreskTest::ForgetfulArray(data, cache)), data, {}};
+    return Owned{CreatorPtr(new TreskTest::ForgetfulArray(data, books)), data, {}};
   };
   const auto asBefore = [&](const Owned& o) {
     return !o.field && o.data->getCreator() == o.former && o.former->getData() == o.data &&
-           cache->getStatistics().nHeldBytes == 24;
+           books->getStatistics().nHeldBytes == 24;
   };
   const auto isFirst = [](const Owned& o) {
     const CreatorPtr creator = o.field->getFirstCreator();
     return o.data->getCreator() == creator && creator->isOwnedBy(o.field->getSelf()) && getSize(*creator)->str() == "3";
   };
   each.changes(
-      "data, cache and collection", make, [&](Owned& o) { o.field = FieldPtr(new Field(o.data, cache, collection)); },
+      "data, cache and collection", make, [&](Owned& o) { o.field = FieldPtr(new Field(o.data, books, collection)); },
       asBefore, isFirst);
   each.changes(
       "data and sibling", make, [&](Owned& o) { o.field = FieldPtr(new Field(o.data, FieldWeakPtr(sibling))); },

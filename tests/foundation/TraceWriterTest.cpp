@@ -199,7 +199,7 @@ TEST_F(TraceWriterTest, ScopesThatAreOpenWhenItIsClosedEndInTheFile) {
 }
 
 TEST_F(TraceWriterTest, ItIsClosedWhileOthersRecord) {
-  for (int i = 0; i < 20; ++i) {
+  for (int i = 0; i < 4; ++i) {
     TraceWriter writer(path);
     writer.attach();
     std::atomic<bool> isClosed{false};

@@ -7,11 +7,14 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <map>
 #include <set>
+#include <stdexcept>
 #include <string>
+#include <system_error>
 #include <utility>
 #include <vector>
 
@@ -20,15 +23,13 @@
 
 namespace TreskTest {
 
-/// A folder for the files of one test, named after it. Goes with its contents.
+/// A new folder for the files of one test. Goes with its contents.
 class TestFolder {
  public:
   TestFolder() {
-    const testing::TestInfo& info = *testing::UnitTest::GetInstance()->current_test_info();
-    path_ = std::filesystem::path(testing::TempDir()) /
-            ("tresk-" + std::string(info.test_suite_name()) + "-" + info.name());
-    std::filesystem::remove_all(path_);
-    std::filesystem::create_directories(path_);
+    std::string path = testing::TempDir() + "tresk-XXXXXX";
+    if (mkdtemp(path.data()) == nullptr) throw std::runtime_error("cannot make the folder " + path);
+    path_ = path;
   }
   TestFolder(const TestFolder&) = delete;
   TestFolder& operator=(const TestFolder&) = delete;
