@@ -85,7 +85,8 @@ std::size_t countHeld(const Field& field) {
 std::uint64_t checksum(const Slab& slab) {
   std::uint64_t hash = 0xcbf29ce484222325U;
   const auto* const bytes = static_cast<const unsigned char*>(slab.getDataPointer());
-  for (unsigned long long i = 0; i < slab.memsize(); ++i) hash = (hash ^ bytes[i]) * 0x100000001b3U;
+  const unsigned long long nBytes = slab.memsize();
+  for (unsigned long long i = 0; i < nBytes; ++i) hash = (hash ^ bytes[i]) * 0x100000001b3U;
   return hash;
 }
 
