@@ -112,6 +112,9 @@ bool Gnuplot::draw(const std::filesystem::path& file) const {
   int status = 0;
   while (waitpid(child, &status, 0) < 0)
     if (errno != EINTR) fail(name, errno);
+  // Where starting and failing to start cannot be told apart at once, the end of the child tells.
+  constexpr int NotStarted = 127;
+  if (WIFEXITED(status) && WEXITSTATUS(status) == NotStarted) return false;
   const std::string said = readAll(words.get());
   if (!WIFEXITED(status) || WEXITSTATUS(status) != 0)
     throw std::runtime_error(file.string() + ": gnuplot has failed: " + said);
