@@ -156,7 +156,7 @@ TEST_F(TraceWriterTest, ThreadsHaveSmallNumbersAndNames) {
 }
 
 TEST_F(TraceWriterTest, ScopesOfSeveralThreadsNestInEach) {
-  constexpr int nRounds = 500;
+  constexpr int nRounds = 100;
   TraceWriter writer(path);
   writer.attach();
   const Ostrel::CacheListener listener = writer.makeCacheListener();
@@ -199,25 +199,29 @@ TEST_F(TraceWriterTest, ScopesThatAreOpenWhenItIsClosedEndInTheFile) {
 }
 
 TEST_F(TraceWriterTest, ItIsClosedWhileOthersRecord) {
-  for (int i = 0; i < 4; ++i) {
-    TraceWriter writer(path);
+  constexpr int nRounds = 100;
+  for (int nBefore = 0; nBefore < 2 * nRounds; nBefore += 50) {
+    const std::string ownPath = folder / (std::to_string(nBefore) + ".json");
+    TraceWriter writer(ownPath);
     writer.attach();
-    std::atomic<bool> isClosed{false};
+    std::atomic<int> nDone{0};
     TreskTest::RaceRunner race;
     race.add(2, [&](int) {
-      while (!isClosed) {
+      for (int i = 0; i < nRounds; ++i) {
         const Profiler outer("f", 1, "", "outer", 5, "");
         const Profiler inner("f", 2, "", "inner", 6, "");
         writer.counter("n", 1);
+        ++nDone;
       }
     });
     race.add([&](int) {
+      while (nDone < nBefore) std::this_thread::yield();
       EXPECT_TRUE(writer.close());
-      isClosed = true;
     });
     race.run();
-    const TraceFile trace(path);
+    const TraceFile trace(ownPath);
     EXPECT_EQ(trace.events("B").size(), trace.events("E").size());
+    EXPECT_GE(trace.events("B").size(), static_cast<std::size_t>(2 * nBefore));
   }
 }
 

@@ -102,9 +102,8 @@ class TraceFile {
   }
 
   void add(const Json& event) {
-    const testing::ScopedTrace trace(__FILE__, __LINE__, event.dump());
-    const auto demand = [](bool isGiven, const char* what) {
-      EXPECT_TRUE(isGiven) << what;
+    const auto demand = [&event](bool isGiven, const char* what) {
+      EXPECT_TRUE(isGiven) << what << " of " << event;
       return isGiven;
     };
     if (!demand(event.is_object() && event.contains("ph") && event["ph"].is_string(), "a phase")) return;
@@ -119,7 +118,7 @@ class TraceFile {
       if (!demand(event.contains("args") && event["args"].contains("name"), "a name to give")) return;
       if (event["name"] == "process_name") ++nProcessNames_;
       if (event["name"] == "thread_name") {
-        EXPECT_FALSE(names_.count(thread)) << "named twice";
+        EXPECT_FALSE(names_.count(thread)) << "thread " << thread << " is named twice";
         names_[thread] = event["args"]["name"];
       }
       return;
@@ -132,7 +131,7 @@ class TraceFile {
     } else if (phase == "E") {
       if (!demand(!open.empty(), "a beginning to this end")) return;
       open.back().end = time;
-      EXPECT_GE(time, open.back().begin);
+      EXPECT_GE(time, open.back().begin) << event;
       slices_[thread].push_back(std::move(open.back()));
       open.pop_back();
     } else if (phase == "X") {
@@ -142,9 +141,9 @@ class TraceFile {
       demand(event.contains("s") && (event["s"] == "t" || event["s"] == "p" || event["s"] == "g"), "a scope");
     } else if (phase == "C") {
       if (!demand(event.contains("args") && !event["args"].empty(), "a value")) return;
-      for (const auto& [name, value] : event["args"].items()) EXPECT_TRUE(value.is_number()) << name;
+      for (const auto& [name, value] : event["args"].items()) EXPECT_TRUE(value.is_number()) << name << " of " << event;
     } else {
-      ADD_FAILURE() << "an unknown phase";
+      ADD_FAILURE() << "the phase is unknown of " << event;
     }
   }
 
