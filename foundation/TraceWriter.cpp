@@ -2,9 +2,10 @@
 // Copyright (c) 2026 the Tresk authors
 #include <tresk/foundation/TraceWriter.hpp>
 
-#include <tresk/foundation/Creature.hpp>
 #include <tresk/foundation/Diagnostics.hpp>
 #include <tresk/foundation/Pin.hpp>
+
+#include <unistd.h>
 
 #include <algorithm>
 #include <array>
@@ -54,7 +55,7 @@ class TraceWriter::File {
  public:
   explicit File(const std::string& path) : start_(Clock::now()) {
     errno = 0;
-    stream_ = std::fopen(path.c_str(), "wb");
+    stream_ = std::fopen(path.c_str(), "wbe");
     if (stream_ == nullptr) {
       const int reason = errno;
       throw std::runtime_error("cannot write the trace file '" + path +
@@ -96,7 +97,7 @@ class TraceWriter::File {
     put("}}");
   }
 
-  /// An end whose beginning was left out, or stands on another thread, is left out too.
+  /// The end of the innermost scope of this thread; left out if none is open in the file.
   void end() noexcept {
     const Clock::time_point now = Clock::now();
     const MutexLock lock(mutex_);
@@ -321,9 +322,10 @@ class TraceWriter::File {
     }
   }
 
-  /// Writes the buffer; nothing any more after a failure.
+  /// Writes the buffer; nothing any more after a failure, and nothing in a process that was forked off: the file
+  /// belongs to the one that made it.
   void flush() noexcept TRESK_REQUIRES(mutex_) {
-    if (!hasFailed_ && std::fwrite(buffer_.data(), 1, nBuffered_, stream_) != nBuffered_) {
+    if (!hasFailed_ && getpid() == process_ && std::fwrite(buffer_.data(), 1, nBuffered_, stream_) != nBuffered_) {
       hasFailed_ = true;
       isComplete_ = false;
     }
@@ -331,6 +333,7 @@ class TraceWriter::File {
   }
 
   const Clock::time_point start_;
+  const pid_t process_ = getpid();
   std::atomic<bool> isClosed_{false};  ///< relaxed: spares work only; `stream_` decides
   mutable Mutex mutex_;
   std::FILE* stream_ TRESK_GUARDED_BY(mutex_) = nullptr;  ///< null once the file is closed
@@ -348,9 +351,9 @@ TraceWriter::~TraceWriter() { close(); }
 
 void TraceWriter::attach() {
   const MutexLock lock(mutex_);
-  if (isClosed_) return;
-  Profiler::Listener* const former = Profiler::setListener(this);
-  if (former != this) former_ = former;
+  if (isClosed_ || isAttached_) return;
+  former_ = Profiler::setListener(this);
+  isAttached_ = true;
 }
 
 CacheListener TraceWriter::makeCacheListener(const std::string& counterName) const {

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <tresk/foundation/CacheStatistics.hpp>
+#include <tresk/foundation/Creature.hpp>
 #include <tresk/foundation/Mutex.hpp>
 #include <tresk/foundation/Profiler.hpp>
 
@@ -29,8 +30,10 @@ namespace Ostrel {
 /// Threads: all operations may run on any thread. One mutex guards the file, a leaf; a full buffer is written under it.
 /// Errors: the constructor throws; afterwards whatever finds no room, in memory or on the disk, is left out, and
 /// `isComplete` tells. After a failed write the file ends somewhere and is no JSON.
-/// Cost: about a microsecond and 200 bytes of the file for each scope, without allocation but for the first event of a
-/// thread. Without a writer a scope costs one relaxed load.
+/// A scope that ends on another thread than it began on ends the innermost open scope there. A process that is forked
+/// off writes nothing: the file belongs to the one that made it.
+/// Cost: about a microsecond and 280 bytes of the file for each scope; the writer allocates at the first event of a
+/// thread only. Without a writer a scope costs one relaxed load.
 class TRESK_EXPORT TraceWriter : public Profiler::Listener {
  public:
   /// Makes the file, or empties it. Throws `std::runtime_error` with path and reason if that cannot be.
@@ -41,7 +44,8 @@ class TRESK_EXPORT TraceWriter : public Profiler::Listener {
   ~TraceWriter() override;
 
   /// Installs the writer as the listener of all profiler scopes. The former listener hears nothing until `close`, which
-  /// installs it again if this writer is still the installed one. Does nothing if the writer is installed or closed.
+  /// installs it again if this writer is still the installed one. Does nothing a second time, also if another listener
+  /// has been installed since, and after `close`.
   void attach();
   /// A function for `Cache::setListener`. Events of several caches may go into one file.
   /// \param counterName name of the counter that shows the bytes held, in bytes
@@ -63,6 +67,7 @@ class TRESK_EXPORT TraceWriter : public Profiler::Listener {
   const std::shared_ptr<File> file_;
   Mutex mutex_;  ///< a leaf: attaching and closing
   Profiler::Listener* former_ TRESK_GUARDED_BY(mutex_) = nullptr;
+  bool isAttached_ TRESK_GUARDED_BY(mutex_) = false;
   bool isClosed_ TRESK_GUARDED_BY(mutex_) = false;
 };
 

@@ -2,14 +2,17 @@
 // Copyright (c) 2026 the Tresk authors
 #include "Options.hpp"
 
+#include <filesystem>
 #include <ostream>
+#include <system_error>
 
 namespace Example {
 
 Options Options::parse(const std::vector<std::string>& arguments) {
   Options options;
   const auto valueOf = [&arguments](std::size_t& i) {
-    if (i + 1 >= arguments.size() || arguments[i + 1].empty()) throw UsageError(arguments[i] + " needs a name");
+    if (i + 1 >= arguments.size() || arguments[i + 1].empty() || arguments[i + 1].starts_with("--"))
+      throw UsageError(arguments[i] + " needs a name");
     return arguments[++i];
   };
   for (std::size_t i = 0; i < arguments.size(); ++i) {
@@ -32,6 +35,9 @@ Options Options::parse(const std::vector<std::string>& arguments) {
       options.file = argument;
   }
   if (options.file && options.isAnalytic) throw UsageError("either FILE or --analytic");
+  std::error_code none;  // files that are not there are not the same
+  if (options.file && options.trace && std::filesystem::equivalent(*options.file, *options.trace, none))
+    throw UsageError("the trace would replace the data: " + *options.trace);
   return options;
 }
 

@@ -25,6 +25,12 @@ std::string number(double value) {
   return text.str();
 }
 
+/// The name of a vertical axis, in one column for all panels and pictures.
+std::string axisName(const std::string& name, double y) {
+  return "set label " + Gnuplot::quoted(name) + " at screen 0.013," + number(y) +
+         " center rotate font 'sans,12' textcolor rgb '" + Ink + "'";
+}
+
 std::string degrees(double value, char positive, char negative) {
   std::string text = number(std::abs(value)) + "°";
   if (value > 0 && value != 180) text += positive;
@@ -234,8 +240,7 @@ Gnuplot makeSectionPicture(const std::vector<double>& section, const OceanDescri
        << "set cbtics 5"
        << "set xrange [" + number(x.low) + ":" + number(x.high()) + "]"
        << "set yrange [" + number(y.high()) + ":" + number(y.low) + "]" << tics("x", x.low, x.high(), 30, latitudeName)
-       << "set ylabel " + Gnuplot::quoted("depth / " + ocean.depth.unit) + " textcolor rgb '" + Ink + "'"
-       << "set lmargin at screen 0.075"
+       << axisName("depth / " + ocean.depth.unit, 0.505) << "set lmargin at screen 0.085"
        << "set rmargin at screen 0.87"
        << "set bmargin at screen 0.095"
        << "set tmargin at screen 0.915"
@@ -264,12 +269,6 @@ constexpr const char* GroupColours[] = {"#3f83c9", "#8d7cc3", "#e2b007", "#6bb38
 std::string screenMargins(double bottom, double top) {
   return "set lmargin at screen 0.085; set rmargin at screen 0.975; set bmargin at screen " + number(bottom) +
          "; set tmargin at screen " + number(top);
-}
-
-/// The name of a vertical axis, in one column for all panels.
-std::string axisName(const std::string& name, double y) {
-  return "set label " + Gnuplot::quoted(name) + " at screen 0.013," + number(y) +
-         " center rotate font 'sans,12' textcolor rgb '" + Ink + "'";
 }
 
 /// Labels of colours, one behind the other.

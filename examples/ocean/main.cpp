@@ -420,6 +420,7 @@ int main(int argc, char** argv) {
   }
   try {
     const bool isGood = Demonstration(source, options, trace ? trace->getListener() : Ostrel::CacheListener()).run();
+    if (!std::cout.flush()) throw std::runtime_error("the report could not be written");
     if (!trace) return isGood ? 0 : 1;
     const bool isWritten = trace->close();
     std::cout << (isWritten ? "The trace is in " : "The trace could not be written in whole: ") << *options.trace

@@ -5,7 +5,11 @@
 #include <ocean/Checks.hpp>
 #include <ocean/Options.hpp>
 
+#include <cstdio>
+#include <fstream>
 #include <sstream>
+#include <string>
+#include <vector>
 
 namespace {
 
@@ -44,6 +48,16 @@ TEST(OptionsTest, NonsenseIsNamed) {
   EXPECT_EQ(messageOf({"a", "--analytic"}), "either FILE or --analytic");
   EXPECT_EQ(messageOf({"--pictures"}), "--pictures needs a name");
   EXPECT_EQ(messageOf({"--trace", ""}), "--trace needs a name");
+  EXPECT_EQ(messageOf({"--pictures", "--trace"}), "--pictures needs a name");
+}
+
+TEST(OptionsTest, ATraceDoesNotReplaceTheData) {
+  const std::string path = testing::TempDir() + "tresk_options_data.nc";
+  std::ofstream(path) << "data";
+  EXPECT_THROW(Options::parse({path, "--trace", path}), UsageError);
+  EXPECT_THROW(Options::parse({path, "--trace", testing::TempDir() + "./tresk_options_data.nc"}), UsageError);
+  EXPECT_EQ(Options::parse({path, "--trace", path + ".json"}).trace, path + ".json");
+  std::remove(path.c_str());
 }
 
 TEST(ChecksTest, HoldIfAllOfThemDo) {

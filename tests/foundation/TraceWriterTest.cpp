@@ -10,6 +10,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <sys/wait.h>
+#include <unistd.h>
+
 #include <atomic>
 #include <chrono>
 #include <filesystem>
@@ -179,6 +182,41 @@ TEST_F(TraceWriterTest, ScopesOfSeveralThreadsNestInEach) {
   EXPECT_EQ(trace.slices("inner").size(), 3U * nRounds);
   EXPECT_EQ(trace.events("C", "round").size(), 3U * nRounds);
   EXPECT_EQ(trace.events("i", "Entered").size(), 3U * nRounds);
+}
+
+TEST_F(TraceWriterTest, AttachedAgainItKeepsItsPlaceAmongTheListeners) {
+  Profiler::Listener* const former = Profiler::setListener(nullptr);
+  {
+    TraceWriter first(path);
+    first.attach();
+    TraceWriter second(folder / "second.json");
+    second.attach();
+    first.attach();
+    { const Profiler scope("f", 1, "", "heard by the second", 5, ""); }
+    EXPECT_TRUE(second.close());
+    { const Profiler scope("f", 2, "", "heard by the first", 5, ""); }
+  }
+  EXPECT_EQ(Profiler::setListener(former), nullptr) << "none that has died";
+  EXPECT_THAT(namesOf(TraceFile(folder / "second.json").slices(1)), ElementsAre("heard by the second"));
+  EXPECT_THAT(namesOf(TraceFile(path).slices(1)), ElementsAre("heard by the first"));
+}
+
+TEST_F(TraceWriterTest, AProcessThatIsForkedOffWritesNothing) {
+  TraceWriter writer(path);
+  writer.attach();
+  { const Profiler scope("f", 1, "", "before", 5, ""); }
+  const pid_t child = fork();
+  if (child == 0) {
+    { const Profiler scope("f", 2, "", "in the child", 5, ""); }
+    writer.close();
+    _exit(0);
+  }
+  ASSERT_GT(child, 0);
+  int status = -1;
+  ASSERT_EQ(waitpid(child, &status, 0), child);
+  { const Profiler scope("f", 3, "", "after", 5, ""); }
+  EXPECT_TRUE(writer.close());
+  EXPECT_THAT(namesOf(TraceFile(path).slices(1)), ElementsAre("before", "after"));
 }
 
 TEST_F(TraceWriterTest, ScopesThatAreOpenWhenItIsClosedEndInTheFile) {
