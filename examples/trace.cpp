@@ -7,8 +7,8 @@
 #include <tresk/field/MemArray.hpp>
 #include <tresk/foundation/TraceWriter.hpp>
 
-#include <exception>
 #include <iostream>
+#include <stdexcept>
 #include <string>
 #include <thread>
 
@@ -61,8 +61,9 @@ int main(int argc, char** argv) try {
   other.join();
 
   cache->setListener({});
-  if (!trace.close()) std::cerr << path << " is not complete\n";
+  const bool isComplete = trace.close();
   // [trace]
+  if (!isComplete) throw std::runtime_error(path + " is not complete");
 
   const Ostrel::CacheStatistics counts = cache->getStatistics();
   std::cout << counts.nProductions << " productions and " << counts.nEvicted << " evictions of two threads are in "

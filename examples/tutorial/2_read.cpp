@@ -9,6 +9,7 @@ int main() {
   bindBar(*field, 80);
   // [one]
   const MemBasePtr data = field->getData(field->getFragmentID("hour 3"));
+  if (!data) return 1;  // no such fragment, or its creator made nothing
   std::cout << "an array of " << data->getSize().str() << ", its element 500 is " << data->getElementString(500)
             << "\n";
   // [one]

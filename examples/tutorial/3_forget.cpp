@@ -7,8 +7,8 @@
 int main() {
   const FieldPtr field(new Field);
   bindBar(*field, 80);
-  const CachePtr cache = Ostrel::Cache::MemCache();
   // [limit]
+  const CachePtr cache = Ostrel::Cache::MemCache();  // the one that the creators were made with
   cache->setLimit(2 * nPoints * sizeof(double));
   for (const char* hour : {"hour 0", "hour 1", "hour 2", "hour 2", "hour 0"}) {
     field->getData(field->getFragmentID(hour));
