@@ -1,7 +1,11 @@
 # SPDX-License-Identifier: BSD-3-Clause
 # Copyright (c) 2026 the Tresk authors
 
-# The site is built as scripts/docs does it: every public entity is documented, and no link leads nowhere.
+# The site is built as scripts/docs does it: every public entity is documented, and no link leads nowhere. Nothing here
+# depends on the compiler, so one of them is enough.
+if(NOT CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
+  return()
+endif()
 find_program(DOXYGEN_PROGRAM doxygen)
 find_program(PERL_PROGRAM perl)
 if(NOT DOXYGEN_PROGRAM OR NOT PERL_PROGRAM)
