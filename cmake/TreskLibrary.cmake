@@ -1,8 +1,8 @@
 # SPDX-License-Identifier: BSD-3-Clause
 # Copyright (c) 2026 the Tresk authors
 
-# The one library, shared or static. Public includes carry the prefix `tresk/` before and after installation: links in the build
-# tree serve the sources under it.
+# The one library, shared or static. Public includes carry the prefix `tresk/` before and after installation: links in
+# the build tree serve the sources under it.
 set(TRESK_INCLUDE_ROOT ${PROJECT_BINARY_DIR}/include)
 file(MAKE_DIRECTORY ${TRESK_INCLUDE_ROOT}/tresk)
 foreach(floor foundation field)
