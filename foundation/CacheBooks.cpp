@@ -283,15 +283,17 @@ void CacheBooks::list(Cacheable& data, unsigned long long nBytes, const Creature
   entry.isLeaving = isLeaving;
   entry.nUnbooked = 0;
   if (thread == nullptr) return;
-  if ((isProduction || isEntry) && isHeard())
+  if ((isProduction || isEntry) && isHeard()) {
+    const CacheProduction::Time time = isProduction ? thread->innermost->time() : CacheProduction::Time();
     thread->noteEvent(*this, {isProduction ? CacheEventKind::Produced : CacheEventKind::Entered,
                               CacheAccess::creatorOf(data),
                               nBytes,
                               0,
-                              isProduction ? thread->innermost->seconds() : 0,
+                              time.seconds,
                               0,
                               {},
-                              isProduction ? thread->innermost->time() : std::chrono::steady_clock::time_point()});
+                              time.end});
+  }
   // Only what passes a limit has to be answered for at the end of the operation: as in flight, as far as it is new.
   // Data that were set again may have got a creator that can let them go.
   if (thread->nOperations == 0) return;

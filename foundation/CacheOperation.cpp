@@ -35,23 +35,17 @@ CacheProduction::CacheProduction(const Creature& creator) noexcept : creator_(&c
   if (isMeasured_) begin_ = std::chrono::steady_clock::now();
 }
 
-double CacheProduction::seconds() const noexcept {
-  if (!isMeasured_ || isFinished_) return seconds_;
-  return std::chrono::duration<double>(std::chrono::steady_clock::now() - begin_).count();
-}
-
-std::chrono::steady_clock::time_point CacheProduction::time() const noexcept {
-  return isMeasured_ && isFinished_ ? end_ : std::chrono::steady_clock::now();
+CacheProduction::Time CacheProduction::time() const noexcept {
+  const std::chrono::steady_clock::time_point end =
+      isMeasured_ && isFinished_ ? end_ : std::chrono::steady_clock::now();
+  return {isMeasured_ ? std::chrono::duration<double>(end - begin_).count() : 0, end};
 }
 
 void CacheProduction::finish(bool isMade) noexcept {
-  if (isMeasured_ && !isFinished_) {
-    end_ = std::chrono::steady_clock::now();
-    seconds_ = std::chrono::duration<double>(end_ - begin_).count();
-  }
+  if (isMeasured_ && !isFinished_) end_ = std::chrono::steady_clock::now();
   isFinished_ = true;
   isMade_ = isMade;
-  if (isMade && isMeasured_) CacheAccess::setSeconds(*creator_, seconds_);
+  if (isMade && isMeasured_) CacheAccess::setSeconds(*creator_, time().seconds);
 }
 
 void CacheProduction::enter(Cacheable& made) {

@@ -36,17 +36,20 @@ class TRESK_EXPORT CacheProduction : public CacheOperation {
   const Creature* creator() const noexcept { return creator_; }
   /// Whether data that are set now are what this creator has made: true once, and for this creator.
   bool countFor(const Creature& creator) noexcept { return &creator == creator_ && !std::exchange(isCounted_, true); }
-  /// What it took, or has taken so far; 0 if that is not measured.
-  double seconds() const noexcept;
-  /// When it ended, if that is measured; else the present.
-  std::chrono::steady_clock::time_point time() const noexcept;
+  /// What a production took, and when it ended.
+  struct Time {
+    double seconds = 0;
+    std::chrono::steady_clock::time_point end;
+  };
+  /// Of a production that goes on still, what it has taken so far and the present, by one look at the clock: the
+  /// difference is when it began. 0 seconds if that is not measured.
+  Time time() const noexcept;
 
  private:
   const Creature* const creator_;
   CacheProduction* outer_ = nullptr;
   std::chrono::steady_clock::time_point begin_;
   std::chrono::steady_clock::time_point end_;
-  double seconds_ = 0;
   bool isNoted_ = false;  ///< the thread knows of it
   bool isMeasured_ = false;
   bool isFinished_ = false;

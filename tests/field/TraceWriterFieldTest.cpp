@@ -113,6 +113,31 @@ TEST_F(TraceWriterFieldTest, ProductionsStandInsideEachOtherAndAroundTheirScopes
   EXPECT_LE(slices[5].end, slices[4].end);
 }
 
+TEST_F(TraceWriterFieldTest, AProductionWhoseDataEnterBeforeItsEndBeginsWhereItBegan) {
+  constexpr int nRounds = 2000;
+  TraceWriter writer(path);
+  writer.attach();
+  cache->setListener(writer.makeCacheListener());
+  for (int round = 0; round < nRounds; ++round) {
+    CreatorWeakPtr self;
+    const CreatorPtr creator = make();
+    const CreatorPtr early(new FunctionalCreator(
+        [&self, &creator] {
+          creator->create(false);
+          MemBasePtr made(new MemArray<1, double>({nElements}, CreatorWeakPtr()));
+          made->setCreator(self);  // as a creator does that needs no more of the production
+          return made;
+        },
+        false, cache));
+    self = early;
+    early->create(false);
+  }
+  cache->setListener({});
+  EXPECT_TRUE(writer.close());
+  // The file itself is checked to nest: none of the inner ones begins before the one around it.
+  EXPECT_EQ(TraceFile(path).slices("production").size(), 2U * nRounds);
+}
+
 TEST_F(TraceWriterFieldTest, FailuresAndRefusalsAreInstants) {
   TraceWriter writer(path);
   cache->setListener(writer.makeCacheListener());
