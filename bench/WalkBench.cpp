@@ -38,6 +38,22 @@ const ArrayPtr<1, Quorvel::FixedArray<double, 3>>& vectors() {
   return array;
 }
 
+/// A plain array that may show what `MemArray` may: a block behind an offset, one component of each element, or what a
+/// source makes when it is asked.
+struct RawArray {
+  double* data;
+  double& (*makeElement)(unsigned long long, unsigned long long, unsigned long long);  ///< asked without `data`
+  unsigned long long offset;
+  unsigned long long stride;
+  unsigned long long extents[3];
+
+  double& at(unsigned long long i, unsigned long long j, unsigned long long k) const {
+    if (data == nullptr) [[unlikely]]
+      return makeElement(i, j, k);
+    return data[((k * extents[1] + j) * extents[0] + i + offset) * stride];
+  }
+};
+
 const Rows rows([] {
   addRow(
       "walk/sequential", 1.05,
@@ -162,17 +178,13 @@ const Rows rows([] {
         }
       },
       [](benchmark::State& state) {
-        double* const data = static_cast<double*>(scalars()->getDataPointer());
-        // What an array may show: a block behind an offset, or one component of each element.
-        unsigned long long offset = 0;
-        unsigned long long stride = 1;
-        benchmark::DoNotOptimize(offset);
-        benchmark::DoNotOptimize(stride);
+        RawArray array{static_cast<double*>(scalars()->getDataPointer()), nullptr, 0, 1, {Edge, Edge, Edge}};
+        RawArray* const a = &array;
+        benchmark::DoNotOptimize(a);
         for (auto _ : state) {
           for (unsigned long long k = 0; k < Edge; ++k)
             for (unsigned long long j = 0; j < Edge; ++j)
-              for (unsigned long long i = 0; i < Edge; ++i)
-                data[((k * Edge + j) * Edge + i + offset) * stride] = static_cast<double>(i ^ j);
+              for (unsigned long long i = 0; i < Edge; ++i) a->at(i, j, k) = static_cast<double>(i ^ j);
           benchmark::ClobberMemory();
         }
       },
