@@ -144,6 +144,16 @@ TEST(OceanProgramTest, NamesTheTraceThatItCannotWrite) {
   EXPECT_THAT(result.output, HasSubstr("'/no/such/folder/trace.json': No such file or directory"));
 }
 
+TEST(OceanProgramTest, FailsIfItsReportCannotBeWritten) {
+  if (!std::filesystem::exists("/dev/full")) GTEST_SKIP() << "there is no /dev/full here";
+  const TreskTest::TestFolder folder;
+  const std::string errors = folder / "errors";
+  const ProgramResult result = runProgram(OCEAN_PROGRAM, "--analytic --no-pictures >/dev/full 2>'" + errors +
+                                                             "'; status=$?; cat '" + errors + "'; exit $status");
+  EXPECT_EQ(result.exitCode, 1);
+  EXPECT_EQ(result.output, "ocean: the report could not be written\n");
+}
+
 TEST(OceanProgramTest, ExplainsItselfOnRequest) {
   const ProgramResult result = runProgram(OCEAN_PROGRAM, "--help 2>/dev/null");
   EXPECT_EQ(result.exitCode, 0);

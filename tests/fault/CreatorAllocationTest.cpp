@@ -453,4 +453,13 @@ TEST_F(AsynchronAllocationTest, WorkThatFindsNoMemoryOnItsThreadLeavesTheCreator
   EXPECT_GT(nDone, 0);
 }
 
+TEST_F(AsynchronAllocationTest, WhatTheThreadDoesStoresDataOrThrowsOnAnyOtherThread) {
+  EachAllocation each;
+  const auto make = [&] { return this->make([](const TreskTest::Flag&) { return makeThree(); }); };
+  each.changes(
+      "work", make, [](const auto& p) { EXPECT_TRUE(AsynchronCreator::createData(p, {})); },
+      [](const auto& p) { return !p->hasData() && !p->isUnderCreation(); },
+      [](const auto& p) { return isThree(p->getData()) && p->getData()->getCreator() == p && !p->isUnderCreation(); });
+}
+
 }  // namespace

@@ -169,7 +169,7 @@ class Comparison {
   explicit Comparison(unsigned int seed) : random_(seed) {}
 
   void step() {
-    switch (pick(18)) {
+    switch (pick(21)) {
       case 0:
         makeObject();
         break;
@@ -220,6 +220,15 @@ class Comparison {
         break;
       case 16:
         withTwoTypes([this]<class T, class U>() { fill<T, U>(); });
+        break;
+      case 17:
+        withType([this]<class T>() { strongFromObject<T>(); });
+        break;
+      case 18:
+        withType([this]<class T>() { selfOf<T>(); });
+        break;
+      case 19:
+        withTwoTypes([this]<class T, class U>() { moveAssignConverted<T, U>(); });
         break;
       default:
         // Rare, as the object then stays to the end.
@@ -454,6 +463,47 @@ class Comparison {
     machine_.releaseStrong(std::exchange(target.model, std::exchange(source.model, Machine::None)));
   }
 
+  template <class T, class U>
+  void moveAssignConverted() {
+    if constexpr (!std::is_same_v<T, U>) {
+      last_ = "move assignment from another type";
+      auto& source = anyStrong<U>();
+      auto& target = anyStrong<T>();
+      const long long id = target.pointer->getPointerID();
+      *target.pointer = std::move(*source.pointer);
+      EXPECT_EQ(target.pointer->getPointerID(), id);
+      EXPECT_EQ(source.pointer->getRecord(), nullptr);
+      machine_.releaseStrong(std::exchange(target.model, std::exchange(source.model, Machine::None)));
+    }
+  }
+
+  /// A living object, held or not: its model, or `None`.
+  Machine::Index anyLiving() {
+    if (machine_.records.empty()) return Machine::None;
+    const auto model = static_cast<Machine::Index>(pick(static_cast<int>(machine_.records.size())));
+    return machine_.at(model).hasObject ? model : Machine::None;
+  }
+
+  template <class T>
+  void strongFromObject() {
+    last_ = "strong pointer to an object that may have some";
+    const Machine::Index model = anyLiving();
+    if (model == Machine::None || !isA(machine_.at(model).kind, typeNumber<T>())) return;
+    auto made = std::make_unique<StrongPtr<T, Root>>(dynamic_cast<T*>(machine_.at(model).object));
+    machine_.strongFromWeak(model);
+    install(anyStrong<T>(), std::move(made), model);
+  }
+
+  template <class T>
+  void selfOf() {
+    last_ = "weak pointer from an object itself";
+    const Machine::Index model = anyLiving();
+    if (model == Machine::None) return;
+    auto made = std::make_unique<WeakPtr<T, Root>>(machine_.at(model).object->getSelf());
+    machine_.copyWeak(model);
+    install(anyWeak<T>(), std::move(made), model);
+  }
+
   template <class T>
   void resetStrong() {
     last_ = "reset of a strong pointer";
@@ -497,13 +547,19 @@ class Comparison {
     last_ = "forget if sole";
     constexpr int type = typeNumber<T>();
     auto& slot = anyStrong<T>();
-    const Forgetting answer = slot.pointer->forgetIfSole();
+    StrongPtr<T, Root> former;
+    const bool isKept = pick(2) == 0;
+    const Forgetting answer = isKept ? slot.pointer->forgetIfSole(former) : slot.pointer->forgetIfSole();
     if (!machine_.isAlive(slot.model) || !isA(machine_.at(slot.model).kind, type)) {
       EXPECT_EQ(answer, Forgetting::WasInvalid);
     } else if (machine_.at(slot.model).strong > 1) {
       EXPECT_EQ(answer, Forgetting::IsShared);
+      EXPECT_EQ(former.getRecord(), nullptr);
     } else {
       EXPECT_EQ(answer, Forgetting::Forgotten);
+      EXPECT_EQ(slot.pointer->getRecord(), nullptr);
+      EXPECT_EQ(former.strongCount(), isKept ? 1 : 0) << "the reference itself is handed over";
+      former.reset();
       machine_.releaseStrong(std::exchange(slot.model, Machine::None));
     }
   }
