@@ -76,6 +76,7 @@ TEST_F(FieldConcurrencyTest, ACallbackUnderTheSharedLockRebindsAnEntryThatIsTher
   EXPECT_EQ(field->getSize()->str(), "3") << "the walk goes on with the creator that it holds";
   EXPECT_TRUE(isDone);
   EXPECT_TRUE(field->getCreatorByNumericalID(0) == next);
+  creator->onQuestion = nullptr;
 }
 
 TEST_F(FieldConcurrencyTest, ThreadsThatBindDifferentFragmentsAllSucceed) {

@@ -136,6 +136,7 @@ TEST_F(FieldRegressionsTest, CreatorsThatAreReplacedDuringAWalkAllDieAfterTheLoc
   EXPECT_EQ(nDeadAtTheEnd, 0U);
   EXPECT_EQ(nDead, nCreators);
   EXPECT_EQ(field->nFragments(), 2 * nCreators + 1);
+  last->onQuestion = nullptr;
 }
 
 TEST_F(FieldRegressionsTest, TheCacheAsksTheOwnersWhileAFieldBecomesOne) {

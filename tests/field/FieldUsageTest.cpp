@@ -266,6 +266,7 @@ TEST_F(FieldUsageTest, CreatorsMayReadTheFieldWhileItAsks) {
   field->setCreatorViaFragmentIndex(0, creator);
   expectUsage(field, 1, 16, 16);
   EXPECT_GT(nSeen, 0U);
+  creator->onQuestion = nullptr;
 }
 
 TEST_F(FieldUsageTest, QuestionsMayBeAskedWhileOtherThreadsBind) {

@@ -406,6 +406,7 @@ TEST_F(FieldXmlTest, CreatorsMayReadTheFieldWhileTheyAreAsked) {
   field->setCreatorViaFragmentIndex(0, creator);
   field->xml();
   EXPECT_GT(nSeen, 0U);
+  creator->onQuestion = nullptr;
 }
 
 }  // namespace
