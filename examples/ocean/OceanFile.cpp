@@ -9,9 +9,12 @@
 #include <algorithm>
 #include <cctype>
 #include <cmath>
+#include <cstdint>
+#include <cstring>
 #include <filesystem>
 #include <limits>
 #include <sstream>
+#include <system_error>
 
 namespace Example {
 
@@ -83,6 +86,21 @@ class Reader {
     return numbers;
   }
 
+  /// Fails for a file that has lost its end. Those of the HDF5 kind are told by netCDF itself; from those of the classic
+  /// kind it reads cells that are not there as they come.
+  void checkLength() const {
+    int format = 0;
+    check(nc_inq_format(file_, &format), "the format");
+    if (format == NC_FORMAT_NETCDF4 || format == NC_FORMAT_NETCDF4_CLASSIC) return;
+    const std::uintmax_t least =
+        getLeastLength({format == NC_FORMAT_CDF5 ? 8U : 4U, format == NC_FORMAT_CLASSIC ? 4U : 8U});
+    std::error_code unknown;
+    const std::uintmax_t length = std::filesystem::file_size(path_, unknown);
+    if (!unknown && length < least)
+      fail("a whole file of at least " + std::to_string(least) + " bytes",
+           std::to_string(length) + ", so its end is lost");
+  }
+
   /// The axis of a dimension: its coordinate variable, which must carry the axis letter.
   Axis getAxis(int dimension, const std::string& letter) const {
     char name[NC_MAX_NAME + 1] = {};
@@ -122,6 +140,62 @@ class Reader {
   }
 
  private:
+  /// How wide the numbers in the head of a classic file are, in bytes.
+  struct Widths {
+    std::uintmax_t count;   ///< of lengths and of numbers of things
+    std::uintmax_t offset;  ///< of the places of variables in the file
+  };
+
+  /// The bytes of a text, or of the values of an attribute, in the head.
+  static std::uintmax_t padded(std::uintmax_t nBytes) { return (nBytes + 3) / 4 * 4; }
+
+  /// What the attributes of a variable need in the head, in bytes.
+  std::uintmax_t getAttributeLength(int variable, const Widths& widths) const {
+    int n = 0;
+    check(variable == NC_GLOBAL ? nc_inq_natts(file_, &n) : nc_inq_varnatts(file_, variable, &n), "the attributes");
+    std::uintmax_t sum = 4 + widths.count;
+    for (int i = 0; i < n; ++i) {
+      char name[NC_MAX_NAME + 1] = {};
+      nc_type type = NC_NAT;
+      std::size_t nValues = 0;
+      std::size_t nBytes = 0;
+      check(nc_inq_attname(file_, variable, i, name), "an attribute");
+      check(nc_inq_att(file_, variable, name, &type, &nValues), quoted(name));
+      check(nc_inq_type(file_, type, nullptr, &nBytes), "the type of " + quoted(name));
+      sum += 4 + 2 * widths.count + padded(std::strlen(name)) + padded(nValues * nBytes);
+    }
+    return sum;
+  }
+
+  /// What the dimensions, attributes and variables of a classic file need, in bytes. Gaps between them are not known.
+  std::uintmax_t getLeastLength(const Widths& widths) const {
+    int nDimensions = 0;
+    int nVariables = 0;
+    check(nc_inq(file_, &nDimensions, &nVariables, nullptr, nullptr), "dimensions and variables");
+    char name[NC_MAX_NAME + 1] = {};
+    std::uintmax_t sum = 12 + 3 * widths.count + getAttributeLength(NC_GLOBAL, widths);
+    for (int i = 0; i < nDimensions; ++i) {
+      check(nc_inq_dimname(file_, i, name), "a dimension");
+      sum += 2 * widths.count + padded(std::strlen(name));
+    }
+    for (int i = 0; i < nVariables; ++i) {
+      std::size_t nBytes = 0;
+      check(nc_inq_varname(file_, i, name), "a variable");
+      check(nc_inq_type(file_, getType(i), nullptr, &nBytes), "the type of " + quoted(name));
+      const std::vector<int> dimensions = getDimensions(i);
+      sum += 4 + (3 + dimensions.size()) * widths.count + widths.offset + padded(std::strlen(name)) +
+             getAttributeLength(i, widths);
+      std::uintmax_t nData = nBytes;
+      for (const int dimension : dimensions) {
+        std::size_t length = 0;
+        check(nc_inq_dimlen(file_, dimension, &length), "the length of a dimension");
+        nData *= length;
+      }
+      sum += nData;
+    }
+    return sum;
+  }
+
   const std::string& path_;
   const int file_;
 };
@@ -150,6 +224,7 @@ OceanFile::Handle::~Handle() {
 OceanFile::OceanFile(const std::string& path, const std::string& variable) : file_(path) {
   const Ostrel::MutexLock lock(netcdf);
   const Reader reader(path, file_.id);
+  reader.checkLength();
   variable_ = reader.findVariable(variable);
   const std::vector<int> dimensions = reader.getDimensions(variable_);
   if (dimensions.size() != 4)

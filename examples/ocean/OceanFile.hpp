@@ -22,7 +22,7 @@ class OceanFileError : public std::runtime_error {
 /// The file stays open while the object lives; slabs are read when they are asked for.
 /// Threads: libnetcdf must not be entered by two threads at once, whatever file they use, so that all objects of this
 /// class take turns.
-/// Errors: `OceanFileError`.
+/// Errors: `OceanFileError`, also for a file that has lost its end.
 class OceanFile : public OceanSource {
  public:
   explicit OceanFile(const std::string& path, const std::string& variable = "TEMP");

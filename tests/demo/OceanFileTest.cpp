@@ -13,7 +13,9 @@
 #include <netcdf.h>
 
 #include <cmath>
+#include <cstdint>
 #include <cstdio>
+#include <filesystem>
 #include <limits>
 
 namespace {
@@ -30,6 +32,7 @@ struct SmallFile {
   std::string depthLetter = "Z";
   std::vector<std::pair<const char*, double>> attributes;
   nc_type attributeType = NC_DOUBLE;
+  int kind = 0;  ///< of the classic kinds of files, a flag of `nc_create`
   std::vector<std::pair<std::size_t, double>> cells;
 
   /// Writes the file and returns its path.
@@ -37,7 +40,7 @@ struct SmallFile {
     const std::string path =
         testing::TempDir() + "tresk_ocean_" + testing::UnitTest::GetInstance()->current_test_info()->name() + ".nc";
     int file = -1;
-    expectOk(nc_create(path.c_str(), NC_CLOBBER, &file));
+    expectOk(nc_create(path.c_str(), NC_CLOBBER | kind, &file));
     int dimensions[4];
     addAxis(file, "time", "T", timeUnit, hours.size(), dimensions[0]);
     addAxis(file, "depth", depthLetter, "METERS", 2, dimensions[1]);
@@ -169,6 +172,21 @@ TEST(OceanFileTest, AFileThatIsNoNetCdfIsRefused) {
   std::fputs("This is no NetCDF file, whatever its name says.\n", text);
   std::fclose(text);
   EXPECT_THAT(errorOf(path), HasSubstr("asked for a NetCDF file, found "));
+}
+
+TEST(OceanFileTest, AFileThatHasLostItsLastByteIsRefused) {
+  for (const int kind : {0, NC_64BIT_OFFSET, NC_64BIT_DATA}) {
+    SmallFile file;
+    file.kind = kind;
+    file.attributes = {{"missing_value", 1.5}};
+    const std::string path = file.write();
+    const std::uintmax_t length = std::filesystem::file_size(path);
+    EXPECT_EQ(errorOf(path), "no error") << "kind " << kind;
+    std::filesystem::resize_file(path, length - 1);
+    EXPECT_THAT(errorOf(path), HasSubstr("asked for a whole file of at least " + std::to_string(length) +
+                                         " bytes, found " + std::to_string(length - 1)))
+        << "kind " << kind;
+  }
 }
 
 TEST(OceanFileTest, DimensionsInAnotherOrderAreRefused) {
