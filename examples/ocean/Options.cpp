@@ -27,6 +27,8 @@ Options Options::parse(const std::vector<std::string>& arguments) {
       options.pictures.reset();
     else if (argument == "--trace")
       options.trace = valueOf(i);
+    else if (argument.empty())
+      throw UsageError("FILE needs a name");
     else if (argument.starts_with("-"))
       throw UsageError("there is no option " + argument);
     else if (options.file)
@@ -35,10 +37,14 @@ Options Options::parse(const std::vector<std::string>& arguments) {
       options.file = argument;
   }
   if (options.file && options.isAnalytic) throw UsageError("either FILE or --analytic");
-  std::error_code none;  // files that are not there are not the same
-  if (options.file && options.trace && std::filesystem::equivalent(*options.file, *options.trace, none))
-    throw UsageError("the trace would replace the data: " + *options.trace);
+  if (options.file) options.checkTrace(*options.file);
   return options;
+}
+
+void Options::checkTrace(const std::string& data) const {
+  std::error_code none;  // files that are not there are not the same
+  if (trace && std::filesystem::equivalent(data, *trace, none))
+    throw UsageError("the trace would replace the data: " + *trace);
 }
 
 void printUsage(std::ostream& out) {

@@ -26,6 +26,8 @@ struct Options {
 
   /// Throws `UsageError`.
   static Options parse(const std::vector<std::string>& arguments);
+  /// Throws `UsageError` if the trace is to be written over the file `data`.
+  void checkTrace(const std::string& data) const;
 };
 
 void printUsage(std::ostream& out);

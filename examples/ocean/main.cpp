@@ -413,6 +413,7 @@ int main(int argc, char** argv) {
   std::optional<Trace> trace;
   try {
     source = openOcean(options.file, options.isAnalytic);
+    options.checkTrace(source->getDescription().origin);  // the atlas is not named on the command line
     if (options.trace) trace.emplace(*options.trace);
   } catch (const std::exception& error) {
     std::cerr << "ocean: " << error.what() << "\n";

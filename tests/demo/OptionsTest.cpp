@@ -46,6 +46,7 @@ TEST(OptionsTest, NonsenseIsNamed) {
   EXPECT_EQ(messageOf({"--colour"}), "there is no option --colour");
   EXPECT_EQ(messageOf({"a", "b"}), "there is one FILE at most");
   EXPECT_EQ(messageOf({"a", "--analytic"}), "either FILE or --analytic");
+  EXPECT_EQ(messageOf({""}), "FILE needs a name");
   EXPECT_EQ(messageOf({"--pictures"}), "--pictures needs a name");
   EXPECT_EQ(messageOf({"--trace", ""}), "--trace needs a name");
   EXPECT_EQ(messageOf({"--pictures", "--trace"}), "--pictures needs a name");
@@ -57,6 +58,10 @@ TEST(OptionsTest, ATraceDoesNotReplaceTheData) {
   EXPECT_THROW(Options::parse({path, "--trace", path}), UsageError);
   EXPECT_THROW(Options::parse({path, "--trace", testing::TempDir() + "./tresk_options_data.nc"}), UsageError);
   EXPECT_EQ(Options::parse({path, "--trace", path + ".json"}).trace, path + ".json");
+  const Options withoutFile = Options::parse({"--trace", path});
+  EXPECT_THROW(withoutFile.checkTrace(path), UsageError);
+  EXPECT_NO_THROW(withoutFile.checkTrace(path + ".json"));
+  EXPECT_NO_THROW(Options().checkTrace(path));
   std::remove(path.c_str());
 }
 
