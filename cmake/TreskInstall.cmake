@@ -16,7 +16,8 @@ install(TARGETS tresk EXPORT TreskTargets
 install(EXPORT TreskTargets NAMESPACE Tresk:: DESTINATION ${TRESK_CMAKE_DIR} COMPONENT development)
 
 configure_package_config_file(${PROJECT_SOURCE_DIR}/cmake/TreskConfig.cmake.in ${PROJECT_BINARY_DIR}/TreskConfig.cmake
-                              INSTALL_DESTINATION ${TRESK_CMAKE_DIR} NO_SET_AND_CHECK_MACRO)
+                              INSTALL_DESTINATION ${TRESK_CMAKE_DIR} NO_SET_AND_CHECK_MACRO
+                              NO_CHECK_REQUIRED_COMPONENTS_MACRO)
 write_basic_package_version_file(${PROJECT_BINARY_DIR}/TreskConfigVersion.cmake COMPATIBILITY ${TRESK_COMPATIBILITY})
 install(FILES ${PROJECT_BINARY_DIR}/TreskConfig.cmake ${PROJECT_BINARY_DIR}/TreskConfigVersion.cmake
         DESTINATION ${TRESK_CMAKE_DIR} COMPONENT development)
