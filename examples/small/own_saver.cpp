@@ -3,12 +3,13 @@
 
 // Rain gauges whose arrays live in files. A saver above the field writes what was changed before it leaves memory, and
 // producers bring it back; so the program finds in its second run what it left in its first.
-// usage: own_saver <folder>
+// usage: own_saver <folder that is there>
 #include <tresk/field/CreativeArray.hpp>
 #include <tresk/field/Field.hpp>
 #include <tresk/field/MemArray.hpp>
 #include <tresk/field/TreskType.hpp>
 
+#include <exception>
 #include <filesystem>
 #include <fstream>
 #include <iostream>
@@ -105,9 +106,9 @@ void forgetAll() {
 
 }  // namespace
 
-int main(int argc, char** argv) {
-  if (argc != 2) {
-    std::cerr << "usage: own_saver <folder>\n";
+int main(int argc, char** argv) try {
+  if (argc != 2 || !std::filesystem::is_directory(argv[1])) {
+    std::cerr << "usage: own_saver <folder that is there>\n";
     return 2;
   }
   // [main]
@@ -127,4 +128,7 @@ int main(int argc, char** argv) {
   addRain(*field, "Elbe", 0.5);
   std::cout << "the field ends\n";
   // [main]
+} catch (const std::exception& error) {
+  std::cerr << "own_saver: " << error.what() << "\n";
+  return 1;
 }

@@ -99,6 +99,16 @@ TEST(ExamplesTest, TheSaverKeepsWhatWasChangedFromRunToRun) {
   EXPECT_EQ(readGauges(folder.path / "Oder"), (std::array<double, 4>{24, 24, 24, 24}));
 }
 
+TEST(ExamplesTest, TheSaverTellsWhatItCannotRead) {
+  const Folder folder;
+  EXPECT_EQ(runProgram(OWN_SAVER, "'" + (folder.path / "none").string() + "'").exitCode, 2);
+  std::ofstream(folder.path / "Elbe") << "too short";
+  const ProgramResult result = runProgram(OWN_SAVER, "'" + folder.path.string() + "' 2>&1");
+  EXPECT_EQ(result.exitCode, 1);
+  EXPECT_THAT(result.output, HasSubstr("own_saver: cannot read " + (folder.path / "Elbe").string()));
+  EXPECT_EQ(std::filesystem::file_size(folder.path / "Elbe"), 9);
+}
+
 TEST(ExamplesTest, TheCreatorOfMeansMakesThemAgain) {
   expectOutput(OWN_PRODUCER, "",
                "2 series of means are bound, each of 8 values\n"
@@ -129,7 +139,7 @@ TEST(ExamplesTest, APluginThatIsNotThereIsNamed) {
 TEST(ExamplesTest, ExamplesWithAnArgumentExplainThemselvesWithoutIt) {
   ProgramResult result = runProgram(OWN_SAVER);
   EXPECT_EQ(result.exitCode, 2);
-  EXPECT_EQ(result.output, "usage: own_saver <folder>\n");
+  EXPECT_EQ(result.output, "usage: own_saver <folder that is there>\n");
   result = runProgram(OWN_ELEMENT_TYPE);
   EXPECT_EQ(result.exitCode, 2);
   EXPECT_EQ(result.output, "usage: own_element_type <plug-in>\n");
