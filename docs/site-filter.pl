@@ -3,7 +3,8 @@
 # Copyright (c) 2026 the Tresk authors
 #
 # Makes a page of the repository one of the site, and writes it to the standard output. Of a header, friend classes are
-# left out, which are no part of the interface. Run from the root.
+# left out, which are no part of the interface, and what is said of lifetime, threads, errors and cost begins a line.
+# Run from the root.
 # usage: perl docs/site-filter.pl <page.md or header.hpp>
 #
 # - The licence lines are left out; title and headings get the names that links use: `memory`, `memory-what-counts`.
@@ -79,7 +80,12 @@ if ($page =~ /\.hpp$/) {
   my $header = join '', @lines;
   # Lines keep their numbers.
   $header =~ s{^( *template <[^>]*>)?(\n?) *friend (?:class|struct) [^;]*;$}{$2}gm;
-  print $header;
+  my $goes_on = 0;  # whether the line before is one of the same paragraph
+  for (split /^/, $header) {
+    s{^( */// )((?:Lifetime|Threads|Errors|Cost):)(?= )}{$1 . ($goes_on ? '@n ' : '') . "<b>$2</b>"}e;
+    $goes_on = m{^ */// \S};
+    print;
+  }
   exit;
 }
 my $n_headings = grep { /^## / } @lines;
