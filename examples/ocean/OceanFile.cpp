@@ -86,8 +86,8 @@ class Reader {
     return numbers;
   }
 
-  /// Fails for a file that has lost its end. Those of the HDF5 kind are told by netCDF itself; from those of the classic
-  /// kind it reads cells that are not there as they come.
+  /// Fails for a file that has lost its end. NetCDF itself tells those of the HDF5 kind; from those of the classic kind
+  /// it reads anything for cells that are not there.
   void checkLength() const {
     int format = 0;
     check(nc_inq_format(file_, &format), "the format");
