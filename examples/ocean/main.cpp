@@ -27,13 +27,17 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cmath>
+#include <filesystem>
 #include <iostream>
 #include <limits>
 #include <map>
 #include <optional>
 #include <sstream>
 #include <stdexcept>
+#include <string>
+#include <system_error>
 
 namespace {
 
@@ -393,6 +397,18 @@ class Demonstration {
   Checks checks_;
 };
 
+/// Throws if a folder is not there and cannot be made, or takes no files.
+void checkFolder(const std::filesystem::path& folder) {
+  std::error_code ignored;
+  std::filesystem::path there = std::filesystem::absolute(folder);
+  while (!std::filesystem::exists(there, ignored)) there = there.parent_path();
+  const bool isFolder = std::filesystem::is_directory(there, ignored);
+  if (isFolder && access(there.c_str(), W_OK) == 0) return;
+  const int reason = isFolder ? errno : ENOTDIR;
+  throw std::runtime_error("cannot write pictures in '" + folder.string() +
+                           "': " + std::generic_category().message(reason));
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -413,7 +429,8 @@ int main(int argc, char** argv) {
   std::optional<Trace> trace;
   try {
     source = openOcean(options.file, options.isAnalytic);
-    options.checkTrace(source->getDescription().origin);  // the atlas is not named on the command line
+    options.checkTrace(source->getDescription().origin);   // the atlas is not named on the command line
+    if (options.pictures) checkFolder(*options.pictures);  // now, and not after all the work
     if (options.trace) trace.emplace(*options.trace);
   } catch (const std::exception& error) {
     std::cerr << "ocean: " << error.what() << "\n";

@@ -144,6 +144,15 @@ TEST(OceanProgramTest, NamesTheTraceThatItCannotWrite) {
   EXPECT_THAT(result.output, HasSubstr("'/no/such/folder/trace.json': No such file or directory"));
 }
 
+TEST(OceanProgramTest, NamesTheFolderOfPicturesThatItCannotWriteBeforeItBegins) {
+  const TreskTest::TestFolder folder;
+  const std::string file = folder / "file";
+  std::ofstream(file) << "no folder";
+  const ProgramResult result = runProgram(OCEAN_PROGRAM, "--analytic --pictures '" + file + "/pictures'");
+  EXPECT_EQ(result.exitCode, 2);
+  EXPECT_EQ(result.output, "ocean: cannot write pictures in '" + file + "/pictures': Not a directory\n");
+}
+
 TEST(OceanProgramTest, FailsIfItsReportCannotBeWritten) {
   if (!std::filesystem::exists("/dev/full")) GTEST_SKIP() << "there is no /dev/full here";
   const TreskTest::TestFolder folder;
