@@ -50,6 +50,15 @@ TEST_F(TraceAllocationTest, RecordingOnAKnownThreadNeedsNoMemory) {
   EXPECT_EQ(TraceFile(path).slices(1).size(), 3U);
 }
 
+TEST_F(TraceAllocationTest, FunctionsForCachesAreMadeOrNot) {
+  EachAllocation each;
+  TraceWriter writer(path);
+  each.makes(
+      "listener", [&] { return writer.makeCacheListener("a counter whose name does not fit into a string object"); },
+      [](const Ostrel::CacheListener& listener) { return static_cast<bool>(listener); });
+  EXPECT_TRUE(writer.close());
+}
+
 TEST_F(TraceAllocationTest, AThreadThatFindsNoMemoryIsLeftOut) {
   TraceWriter writer(path);
   const Profiler::Scope lost{"f", 1, "", "lost", 5, ""};

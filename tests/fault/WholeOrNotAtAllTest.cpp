@@ -194,6 +194,47 @@ TEST_F(WholeOrNotAtAllTest, CreatorIsBoundAndOwnedOrNothingHasChanged) {
       asBefore, done);
 }
 
+TEST_F(WholeOrNotAtAllTest, CreatorThatIsBoundElsewhereInTheFieldStaysOwnedWhenItCannotBeBoundAgain) {
+  EachAllocation each;
+  struct Bulk {
+    FieldPtr field{new Field};
+    CreatorPtr bound = TreskTest::makeForgetful();
+    CreatorPtr fresh = TreskTest::makeForgetful();
+    CreatorPtr replaced = TreskTest::makeForgetful();
+    Ostrel::Ageable age = Ostrel::Ageable::Ooooold;
+  };
+  const auto make = [] {
+    Bulk b;
+    b.field->setCreatorViaFragmentIndex(3, b.bound);
+    for (const unsigned int number : {4U, 6U, 7U}) b.field->setCreatorViaFragmentIndex(number, b.replaced);
+    b.age = b.field->getAge();
+    return b;
+  };
+  const auto isAsBefore = [](const Bulk& b) {
+    return b.field->nFragments() == 4 && b.field->getCreatorByNumericalID(3) == b.bound &&
+           b.field->getCreatorByNumericalID(6) == b.replaced && b.field->getAge() == b.age &&
+           b.bound->isOwnedBy(b.field->getSelf()) && b.replaced->isOwnedBy(b.field->getSelf()) &&
+           b.fresh->nOwners() == 0;
+  };
+  each.changes(
+      "one", make, [](const Bulk& b) { b.field->setCreatorViaFragmentIndex(9, b.bound); }, isAsBefore,
+      [](const Bulk& b) {
+        return b.field->getCreatorByNumericalID(9) == b.bound && b.bound->isOwnedBy(b.field->getSelf());
+      });
+  each.changes(
+      "many", make,
+      [](const Bulk& b) {
+        // One of them is new and comes twice, and takes the place of another.
+        b.field->setCreatorsViaFragmentIndex({{9, b.bound}, {2, b.fresh}, {6, b.fresh}, {11, CreatorPtr()}});
+      },
+      isAsBefore,
+      [](const Bulk& b) {
+        return b.field->nFragments() == 7 && b.field->getCreatorByNumericalID(9) == b.bound &&
+               b.field->getCreatorByNumericalID(6) == b.fresh && b.bound->isOwnedBy(b.field->getSelf()) &&
+               b.fresh->isOwnedBy(b.field->getSelf()) && b.fresh->nOwners() == 1;
+      });
+}
+
 TEST_F(WholeOrNotAtAllTest, CreatorThatAnotherThreadFailsToBindIsOwnedAllTheSame) {
   for (int i = 0; i < 4000; ++i) {
     const FieldPtr field(new Field);
@@ -250,6 +291,17 @@ TEST_F(WholeOrNotAtAllTest, DataKeepTheirCreatorWhenAnotherCannotBeMade) {
       "discardable", make, [&](S& s) { s.field->setDiscardableData(s.data, cache, FragmentIDPtr()); },
       [](const S& s) { return s.data->getCreator() == s.former && s.field->nFragments() == 0; },
       [](const S& s) { return s.data->getCreator() == s.field->getFirstCreator(); });
+  for (const auto kind : {Field::PersistentCreatorAlternative, Field::DiscardableCreatorAlternative}) {
+    each.changes(
+        "creator of the kind " + std::to_string(kind), make,
+        [&](S& s) { s.field->createCreator(s.data, nameOf(0), kind, Tresk::CacheWeakPtr(cache)); },
+        [](const S& s) {
+          return s.data->getCreator() == s.former && s.field->nFragments() == 0 && s.former->getData() == s.data;
+        },
+        [](const S& s) {
+          return s.data->getCreator() == s.field->getFirstCreator() && s.field->getFirstData() == s.data;
+        });
+  }
 }
 
 }  // namespace
