@@ -22,9 +22,11 @@
 #include <cxxabi.h>
 #include <dlfcn.h>
 
+#include <atomic>
 #include <memory>
 #include <new>
 #include <string>
+#include <thread>
 
 // Operations that take several allocations, and either do all that they are asked for or nothing.
 
@@ -201,10 +203,12 @@ TEST_F(WholeOrNotAtAllTest, CreatorThatIsBoundElsewhereInTheFieldStaysOwnedWhenI
     CreatorPtr bound = TreskTest::makeForgetful();
     CreatorPtr fresh = TreskTest::makeForgetful();
     CreatorPtr replaced = TreskTest::makeForgetful();
+    CreatorPtr former = TreskTest::makeForgetful();  // is bound no more, and keeps the field as an owner
     Ostrel::Ageable age = Ostrel::Ageable::Ooooold;
   };
   const auto make = [] {
     Bulk b;
+    b.field->setCreatorViaFragmentIndex(3, b.former);
     b.field->setCreatorViaFragmentIndex(3, b.bound);
     for (const unsigned int number : {4U, 6U, 7U}) b.field->setCreatorViaFragmentIndex(number, b.replaced);
     b.age = b.field->getAge();
@@ -214,7 +218,7 @@ TEST_F(WholeOrNotAtAllTest, CreatorThatIsBoundElsewhereInTheFieldStaysOwnedWhenI
     return b.field->nFragments() == 4 && b.field->getCreatorByNumericalID(3) == b.bound &&
            b.field->getCreatorByNumericalID(6) == b.replaced && b.field->getAge() == b.age &&
            b.bound->isOwnedBy(b.field->getSelf()) && b.replaced->isOwnedBy(b.field->getSelf()) &&
-           b.fresh->nOwners() == 0;
+           b.former->isOwnedBy(b.field->getSelf()) && b.fresh->nOwners() == 0;
   };
   each.changes(
       "one", make, [](const Bulk& b) { b.field->setCreatorViaFragmentIndex(9, b.bound); }, isAsBefore,
@@ -225,11 +229,12 @@ TEST_F(WholeOrNotAtAllTest, CreatorThatIsBoundElsewhereInTheFieldStaysOwnedWhenI
       "many", make,
       [](const Bulk& b) {
         // One of them is new and comes twice, and takes the place of another.
-        b.field->setCreatorsViaFragmentIndex({{9, b.bound}, {2, b.fresh}, {6, b.fresh}, {11, CreatorPtr()}});
+        b.field->setCreatorsViaFragmentIndex(
+            {{9, b.bound}, {2, b.fresh}, {6, b.fresh}, {11, CreatorPtr()}, {12, b.former}});
       },
       isAsBefore,
       [](const Bulk& b) {
-        return b.field->nFragments() == 7 && b.field->getCreatorByNumericalID(9) == b.bound &&
+        return b.field->nFragments() == 8 && b.field->getCreatorByNumericalID(9) == b.bound &&
                b.field->getCreatorByNumericalID(6) == b.fresh && b.bound->isOwnedBy(b.field->getSelf()) &&
                b.fresh->isOwnedBy(b.field->getSelf()) && b.fresh->nOwners() == 1;
       });
@@ -260,6 +265,51 @@ TEST_F(WholeOrNotAtAllTest, CreatorThatAnotherThreadFailsToBindIsOwnedAllTheSame
     race.run();
     EXPECT_EQ(field->getCreatorByNumericalID(0), creator);
     EXPECT_TRUE(creator->isOwnedBy(field->getSelf())) << "round " << i << ", failures " << nFailed;
+  }
+}
+
+TEST_F(WholeOrNotAtAllTest, CreatorThatAnotherThreadFailsToBindWithManyOthersIsOwnedAllTheSame) {
+  // There is much to enter and to bind after the creator itself, so that the threads do come in between.
+  const auto makeMany = [](unsigned int first, unsigned int n, const CreatorPtr& creator, unsigned int number) {
+    Tresk::fragment_copy_t entries = {{number, creator}};
+    for (unsigned int i = 0; i < n; ++i) entries.emplace_back(first + i, TreskTest::makeForgetful());
+    return entries;
+  };
+  for (const bool bindsMany : {false, true}) {
+    for (int i = 0; i < 10; ++i) {
+      const FieldPtr field(new Field);
+      field->setCreatorViaFragmentIndex(0, CreatorPtr());
+      const CreatorPtr creator = TreskTest::makeForgetful();
+      const Tresk::fragment_copy_t failing = makeMany(1000, 2000, creator, 999);
+      const Tresk::fragment_copy_t binding = makeMany(10000, bindsMany ? 8000 : 0, creator, 0);
+      std::atomic<bool> hasFailed{false};
+      TreskTest::RaceRunner race;
+      race.add([&](int) {
+        while (!creator->isOwnedBy(field->getSelf()) && !hasFailed.load()) std::this_thread::yield();
+        if (bindsMany)
+          field->setCreatorsViaFragmentIndex(binding);
+        else
+          field->setCreatorViaFragmentIndex(0, creator);
+      });
+      race.add([&](int) {
+        // Beside the small ones there are an order, a place for former creators and for those that enter; then the
+        // table grows.
+        const TreskTest::FailingAllocation failure(3, TreskTest::FailingAllocation::Kind::FromThereOn, 4096);
+        try {
+          field->setCreatorsViaFragmentIndex(failing);
+        } catch (const std::bad_alloc&) {
+          hasFailed = true;
+        }
+        TreskTest::FailingAllocation::end();
+      });
+      race.run();
+      EXPECT_TRUE(hasFailed);
+      EXPECT_EQ(field->getCreatorByNumericalID(0), creator);
+      EXPECT_FALSE(field->getCreatorByNumericalID(999));
+      EXPECT_TRUE(creator->isOwnedBy(field->getSelf())) << "round " << i << ", many " << bindsMany;
+      EXPECT_EQ(failing.back().second->nOwners(), 0U);
+      EXPECT_TRUE(binding.back().second->isOwnedBy(field->getSelf()));
+    }
   }
 }
 
