@@ -137,7 +137,9 @@ class TraceWriter::File {
     if (thread == nullptr) return;
     const long long time = event.time == Clock::time_point() ? sinceStart(Clock::now()) : sinceStart(event.time);
     if (event.kind == CacheEventKind::Produced) {
-      const long long duration = std::min(time, std::llround(std::max(0.0, event.seconds) * 1e9));
+      // Within the trace before it is rounded: what no whole number holds has no rounded value.
+      const double nanoseconds = std::min(static_cast<double>(time), std::max(0.0, event.seconds * 1e9));
+      const long long duration = std::min(time, std::llround(nanoseconds));
       putHead("X", thread->number, time - duration, "production");
       put(R"(,"dur":)");
       putMicroseconds(duration);

@@ -13,6 +13,7 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <cstddef>
 #include <stdexcept>
 #include <string>
@@ -448,6 +449,15 @@ TEST_F(FieldInput, IterateWithAFunction) {
   EXPECT_EQ(two->iterate(count, false, false), 0U);
   EXPECT_EQ(two->iterate(count, false, true), 0U);
   EXPECT_EQ(nCalls, 0);
+  std::atomic<unsigned int> nWithoutCreator{0};
+  for (const bool snapshot : {false, true}) {
+    const auto countAll = [&nWithoutCreator](const FragmentIDPtr& fragment, const CreatorPtr& creator) {
+      if (fragment && !creator) ++nWithoutCreator;
+      return true;
+    };
+    EXPECT_EQ(two->iterate(countAll, true, snapshot), 2U);
+    EXPECT_EQ(nWithoutCreator.exchange(0), 2U);
+  }
 }
 
 TEST_F(FieldInput, IterateWithAnIterator) {
@@ -502,6 +512,7 @@ TEST_F(FieldInput, QuestionsToAFieldThatKnowsNothing) {
   }
   EXPECT_EQ(empty->nFragments(), 0U);
   EXPECT_EQ(withoutCreators->nFragments(), 2U);
+  EXPECT_TRUE(Field(CreatorPtr(), FragmentIDCollectionPtr()).isUnfragmented());
   // Properties whose record is gone.
   withoutCreators->addInterface(Ostrel::StrongPtr<Ostrel::InterfaceBase, Ostrel::InterfaceBase>(
       new Tresk::MemArrayProperties(2, Tresk::TreskTypeWeakPtr())));

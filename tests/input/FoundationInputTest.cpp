@@ -6,6 +6,7 @@
 #include <tresk/foundation/Geometry.hpp>
 #include <tresk/foundation/Intercube.hpp>
 #include <tresk/foundation/Pointers.hpp>
+#include <tresk/foundation/TraceWriter.hpp>
 
 #include <input/BadPointers.hpp>
 #include <support/BreakpointRecorder.hpp>
@@ -13,6 +14,7 @@
 #include <support/PointerClasses.hpp>
 #include <support/ProfilerRecorder.hpp>
 #include <support/RecordBalance.hpp>
+#include <support/TraceFile.hpp>
 
 #include <gtest/gtest.h>
 
@@ -256,7 +258,10 @@ TEST_F(FoundationInput, CachePolicyAndListener) {
     EXPECT_FALSE(observer);
     EXPECT_TRUE(b->hasData());
   }
-  EXPECT_EQ(Ostrel::CostAwarePolicy().worth(Ostrel::CacheCandidate()), 0.0);
+  Ostrel::CacheCandidate ofNoBytes;
+  EXPECT_EQ(Ostrel::CostAwarePolicy().worth(ofNoBytes), 0.0);
+  ofNoBytes.seconds = 3;
+  EXPECT_EQ(Ostrel::CostAwarePolicy().worth(ofNoBytes), 3.0);
 }
 
 TEST_F(FoundationInput, CacheThread) {
@@ -364,6 +369,76 @@ TEST_F(FoundationInput, ProfilerScope) {
   ASSERT_EQ(recorder.events().size(), 2U);
   EXPECT_EQ(recorder.events()[0].scope.name, "");
   EXPECT_EQ(recorder.events()[0].scope.line, -1);
+}
+
+TEST_F(FoundationInput, ReplaceListener) {
+  TreskTest::ProfilerRecorder recorder;
+  TreskTest::ProfilerRecorder* const installed = &recorder;
+  {
+    const TreskTest::ProfilerRecorder other;
+    EXPECT_FALSE(Ostrel::Profiler::replaceListener(installed, nullptr)) << "another one is installed";
+    EXPECT_FALSE(Ostrel::Profiler::replaceListener(nullptr, installed));
+  }
+  EXPECT_TRUE(Ostrel::Profiler::replaceListener(installed, nullptr));
+  { const Ostrel::Profiler unheard("a", 1, "b", "c", 2, "d"); }
+  EXPECT_TRUE(recorder.events().empty());
+  EXPECT_TRUE(Ostrel::Profiler::replaceListener(nullptr, installed));
+}
+
+TEST_F(FoundationInput, TraceWriterPath) {
+  const TreskTest::TestFolder folder;
+  for (const std::string& path : {std::string(), folder / "", folder / "no/trace.json"}) {
+    const std::string text = textOf<std::runtime_error>([&path] { const Ostrel::TraceWriter writer(path); });
+    EXPECT_EQ(text.find("cannot write the trace file '" + path + "': "), 0U) << text;
+  }
+}
+
+TEST_F(FoundationInput, TraceOfNothing) {
+  const TreskTest::TestFolder folder;
+  const std::string path = folder / "trace.json";
+  const CachePtr cache = makeCache();
+  const Ostrel::Profiler::Scope nameless{"", -1, "", "", -1, ""};
+  Ostrel::TraceWriter writer(path);
+  writer.end(nameless);  // has no beginning
+  writer.begin(nameless);
+  writer.end(nameless);
+  writer.end(nameless);
+  for (const double value : {std::numeric_limits<double>::quiet_NaN(), std::numeric_limits<double>::infinity(),
+                             -std::numeric_limits<double>::infinity()})
+    writer.counter("no number", value);
+  writer.counter("", std::numeric_limits<double>::lowest());
+  const Ostrel::CacheListener listener = writer.makeCacheListener("");
+  Ostrel::CacheEvent event;
+  event.kind = static_cast<Ostrel::CacheEventKind>(99);
+  for (const CreaturePtr& creature : {CreaturePtr(), killed(makeCreature())}) {
+    event.creator = creature;
+    listener(event);
+  }
+  event.kind = Ostrel::CacheEventKind::Produced;
+  for (const double seconds :
+       {-1.0, 1e300, std::numeric_limits<double>::infinity(), std::numeric_limits<double>::quiet_NaN()}) {
+    event.seconds = seconds;
+    listener(event);
+  }
+  event.nHeldBytes = Greatest;
+  listener(event);
+  EXPECT_TRUE(writer.isComplete());
+  EXPECT_TRUE(writer.close());
+  EXPECT_TRUE(writer.close());
+  writer.begin(nameless);
+  writer.end(nameless);
+  writer.counter("late", 1);
+  writer.attach();
+  listener(event);
+  const TreskTest::TraceFile trace(path);
+  EXPECT_EQ(trace.events("B").size(), 1U);
+  EXPECT_EQ(trace.events("E").size(), 1U);
+  EXPECT_TRUE(trace.events("C", "no number").empty());
+  EXPECT_TRUE(trace.events("C", "late").empty());
+  ASSERT_EQ(trace.events("i").size(), 2U);
+  EXPECT_EQ(trace.events("i")[0]["name"], "") << "a kind that stands for nothing";
+  EXPECT_FALSE(trace.events("i")[0]["args"].contains("creator"));
+  EXPECT_EQ(trace.events("X").size(), 5U);
 }
 
 // --------------------------------------------------------------------------------------------------------- geometry
