@@ -13,7 +13,7 @@
  *   MakePin                     Pin::Pin; ReleaseStrong is Pin::~Pin, too
  *   IsValid                     DynPtrRoot::isValid
  *   DestroyObject               ReferenceBase::~ReferenceBase, reached by `delete` in releaseStrongUnit
- *   DieUnclaimed                the same, of an object that never had a strong pointer
+ *   Owner                       the same, of an object that never had a strong pointer
  *   RunHook                     ReferenceBase::extremeUnction and UnctionScope
  * Every access to a field of the record is a step of its own. A loop of compare-and-swap that gives up at zero decides
  * at one moment, its last look, and so is one step. Each thread has pointers of its own; a pointer that several threads
@@ -425,6 +425,12 @@ proctype Thread(bit holds; bit observes) {
      operation = 0
   od;
   nFinished++
+}
+
+/* Fails the search as soon as the count is not the number of units. */
+active proctype CountOfUnits() {
+end:
+  atomic { !(strong >= 0 -> strong == nUnits : nUnits == 0) -> assert(false) }
 }
 
 /* ReferenceBase::~ReferenceBase of an object that never had a strong pointer. */
