@@ -614,6 +614,22 @@ TEST_F(CacheLimitTest, AListenerHearsWhatHappens) {
   EXPECT_THAT(heard, IsEmpty());
 }
 
+TEST_F(CacheLimitTest, AListenerHearsTheTimeOfAProductionThatItsCreatorKeeps) {
+  std::vector<CacheEvent> heard;
+  cache->setListener([&](const CacheEvent& event) { heard.push_back(event); });
+  const auto creators = makeMany(10);
+  for (const Creator& creator : creators) creator->create(false);
+  cache->setListener({});
+  ASSERT_EQ(heard.size(), creators.size());
+  for (std::size_t i = 0; i < heard.size(); ++i) {
+    ASSERT_EQ(heard[i].kind, CacheEventKind::Produced);
+    EXPECT_EQ(heard[i].seconds, creators[i]->getProductionSeconds()) << "measured once";
+    if (i > 0) {
+      EXPECT_GE(heard[i].time, heard[i - 1].time);
+    }
+  }
+}
+
 TEST_F(CacheLimitTest, AListenerHearsFailuresRefusalsAndWhoIsConcerned) {
   std::vector<CacheEvent> heard;
   cache->setListener([&](const CacheEvent& event) { heard.push_back(event); });
