@@ -58,6 +58,7 @@ using Tresk::FieldCollection;
 using Tresk::FieldPtr;
 using Tresk::Fragment;
 using Tresk::FragmentID;
+using Tresk::FragmentIDCollectionPtr;
 using Tresk::FragmentIDContainer;
 using Tresk::FragmentIDPtr;
 using Tresk::FunctionalCreator;
@@ -238,6 +239,38 @@ TEST_F(WholeOrNotAtAllTest, CreatorThatIsBoundElsewhereInTheFieldStaysOwnedWhenI
                b.field->getCreatorByNumericalID(6) == b.fresh && b.bound->isOwnedBy(b.field->getSelf()) &&
                b.fresh->isOwnedBy(b.field->getSelf()) && b.fresh->nOwners() == 1;
       });
+}
+
+TEST_F(WholeOrNotAtAllTest, CreatorOfAFieldThatCouldNotBeMadeHasItsFormerOwnersAndItsData) {
+  EachAllocation each;
+  const CachePtr cache(new Cache);
+  struct Shared {
+    CreatorPtr creator;
+    FieldPtr first;
+    FieldPtr second;
+    FieldPtr made;
+  };
+  const auto make = [&] {
+    // Several owners: to tell them takes memory, when all else is done.
+    Shared s;
+    s.creator = CreatorPtr(new TreskTest::ForgetfulArray(makeArray(3), cache));
+    s.first = FieldPtr(new Field(s.creator, FragmentIDCollectionPtr()));
+    s.second = FieldPtr(new Field(s.creator, FragmentIDCollectionPtr()));
+    return s;
+  };
+  const auto isAsBefore = [](const Shared& s) {
+    return !s.made && s.creator->nOwners() == 2 && s.creator->isOwnedBy(s.first->getSelf()) &&
+           s.creator->isOwnedBy(s.second->getSelf()) && s.creator->hasData();
+  };
+  const auto isMade = [](const Shared& s) {
+    return s.made->getFirstCreator() == s.creator && s.creator->nOwners() == 3 && s.creator->hasData();
+  };
+  each.changes(
+      "on a collection", make, [](Shared& s) { s.made = FieldPtr(new Field(s.creator, FragmentIDCollectionPtr())); },
+      isAsBefore, isMade);
+  each.changes(
+      "sibling", make, [](Shared& s) { s.made = FieldPtr(new Field(s.creator, Tresk::FieldWeakPtr(s.first))); },
+      isAsBefore, isMade);
 }
 
 TEST_F(WholeOrNotAtAllTest, CreatorThatAnotherThreadFailsToBindIsOwnedAllTheSame) {
