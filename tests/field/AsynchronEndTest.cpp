@@ -290,6 +290,29 @@ TEST_F(AsynchronEndTest, ThreadsThatWaitToBeJoinedAreJoinedAtExit) {
       ::testing::ExitedWithCode(0), "the thread has ended");
 }
 
+TEST_F(AsynchronEndTest, AThreadOnWhichItsCreatorHasDiedMayEndTheProcess) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  EXPECT_EXIT(
+      {
+        // The function ends on the thread, when the thread is already among those that are to be joined.
+        auto token = makeToken([] {
+          std::fprintf(stderr, "%zu to join\n", Tresk::Detail::nThreadsToJoin());
+          std::exit(0);
+        });
+        SubjectPtr creator = make([this, token](const Flag&) {
+          gate.pass();
+          return makeArray(1);
+        });
+        token.reset();
+        start(*creator);
+        creator.reset();
+        gate.open();
+        Gate never;
+        never.pass();
+      },
+      ::testing::ExitedWithCode(0), "1 to join");
+}
+
 TEST_F(AsynchronEndTest, AThreadThatStillWorksForNobodyIsWaitedForAtExit) {
   GTEST_FLAG_SET(death_test_style, "threadsafe");
   EXPECT_EXIT(
