@@ -411,6 +411,30 @@ TEST_F(AsynchronAllocationTest, RequestsStartAThreadOrThrowAndCanBeMadeAgain) {
   EXPECT_GE(nThrown, 4);
 }
 
+TEST_F(AsynchronAllocationTest, NobodyWaitsForAThreadThatCouldNotBeStartedAfterAnother) {
+  int nThrown = 0;
+  bool hasStruck = true;
+  for (long long n = 0; hasStruck; ++n) {
+    const TreskTest::SubjectPtr creator = make([](const TreskTest::Flag&) { return makeThree(); });
+    EXPECT_TRUE(creator->request({}));
+    waitForEndOf(*creator);
+    EXPECT_EQ(creator->release(), Creature::Released);  // nobody has read the result of the thread
+    {
+      const TreskTest::FailingAllocation failing(n, TreskTest::FailingAllocation::Kind::Once);
+      try {
+        creator->request({});
+      } catch (const std::bad_alloc&) {
+        ++nThrown;
+      }
+      TreskTest::FailingAllocation::end();
+      hasStruck = failing.hasStruck();
+    }
+    EXPECT_TRUE(isThree(creator->produce()));
+    EXPECT_FALSE(creator->isUnderCreation());
+  }
+  EXPECT_GT(nThrown, 0);
+}
+
 TEST_F(AsynchronAllocationTest, WorkOnACallersThreadYieldsDataOrThrows) {
   EachAllocation each;
   const TreskTest::SubjectPtr creator = make([](const TreskTest::Flag&) { return makeThree(); });

@@ -187,6 +187,28 @@ TEST_F(FirstUseAllocationTest, FirstThreadOfAProcessThatFindsNoMemoryDoesNotBloc
         << "allocation " << n;
 }
 
+TEST_F(FirstUseAllocationTest, AProcessThatCouldNotStartItsFirstThreadEndsAllTheSame) {
+  for (long long n = 0; n < 8; ++n)
+    EXPECT_EXIT(
+        {
+          const Ostrel::RefPtr<AsynchronCreator> creator(
+              new AsynchronCreator([](const std::atomic<bool>&) { return makeArray(3); }, CachePtr()));
+          bool isRequested = false;
+          {
+            const FailingAllocation failing(n, FailingAllocation::Kind::Once);
+            try {
+              isRequested = creator->request({});
+            } catch (const std::bad_alloc&) {
+              FailingAllocation::end();
+            }
+          }
+          if (isRequested || creator->request({})) creator->produce();
+          std::exit(creator->hasData() ? 0 : 3);  // waits for all threads that have been started
+        },
+        testing::ExitedWithCode(0), "")
+        << "allocation " << n;
+}
+
 TEST_F(FirstUseAllocationTest, FirstTextOfBytesIsWholeOrThrows) {
   for (long long n = 0; n < 4; ++n)
     EXPECT_EXIT(
