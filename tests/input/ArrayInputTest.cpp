@@ -259,6 +259,9 @@ TEST_F(ArrayInput, ConstructionOfASize) {
   const ArrayPtr<2, double> empty = makeMatrix(0, Greatest);
   EXPECT_EQ(empty->nElements(), 0U);
   EXPECT_EQ(empty->getDataPointer(), nullptr);
+  // None is none, however much the other extents come to.
+  const MemBasePtr flat(new MemArray<3, double>(MultiIndex<3>(HalfWidth, HalfWidth + 1, 0), nobody));
+  EXPECT_EQ(flat->getChunk()->size(), 0U);
   const CreatorPtr dead = killed(CreatorPtr(TreskTest::makeForgetful()));
   const MemBasePtr orphan(new MemArray<1, double>(MultiIndex<1>(1), dead));
   EXPECT_EQ(orphan->CreatorType(), typeid(void));
@@ -349,6 +352,9 @@ TEST_F(ArrayInput, CreateOnChunk) {
   const MemBasePtr onIntegers = array->createOnChunk(makeChunk<unsigned int>(2), nobody);
   EXPECT_FALSE(onIntegers->getChunk());
   const MemBasePtr vast(new MemArray<2, double>(ChunkPtr(), MultiIndex<2>(HalfWidth, HalfWidth), nobody));
+  const MemBasePtr flat(new MemArray<3, double>(ChunkPtr(), MultiIndex<3>(HalfWidth, HalfWidth + 1, 0), nobody));
+  EXPECT_TRUE(flat->createOnChunk(makeChunk<double>(0), nobody));
+  EXPECT_FALSE(flat->createOnChunk(makeChunk<double>(1), nobody));
   EXPECT_FALSE(vast->createOnChunk(makeChunk<double>(0), nobody)) << "its number of elements is 0 modulo 2^64 only";
 }
 
