@@ -318,6 +318,14 @@ TEST_F(FieldInput, CreateCreator) {
     for (const CachePtr& none : {CachePtr(), killed(makeCache())})
       EXPECT_FALSE(field->createCreator(makeArray(1), fragment, kind, none));
   }
+  for (const auto kind : {Field::PersistentCreatorAlternative, Field::DiscardableCreatorAlternative}) {
+    const MemBasePtr owned = makeArray(1);
+    const CreatorPtr former = makeForgetful(owned);
+    EXPECT_FALSE(field->createCreator(owned, fragment, kind, CachePtr()));
+    EXPECT_FALSE(owned->getCreator()) << "data that come into no cache lose their creator";
+    EXPECT_EQ(former->getData(), owned);
+    EXPECT_FALSE(field->createCreator(owned, fragment, Field::NoCreatorAlternative, cache));
+  }
   for (const int kind : {0, 3}) {
     const auto alternative = static_cast<Field::CreationFailAlternative>(kind);
     EXPECT_FALSE(field->createCreator(makeArray(1), fragment, alternative, cache));
