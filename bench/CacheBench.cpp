@@ -9,6 +9,7 @@
 #include <omp.h>
 
 #include <memory>
+#include <utility>
 #include <vector>
 
 namespace TreskBench {
@@ -18,6 +19,7 @@ using CachePtr = Ostrel::StrongPtr<Ostrel::Cache, Ostrel::CacheBase>;
 using Tresk::CreatorPtr;
 using Tresk::FunctionalCreator;
 using Tresk::MemArray;
+using Tresk::MemBase;
 using Tresk::MemBasePtr;
 using Tresk::MultiIndex;
 
@@ -61,6 +63,20 @@ void copyOwning(benchmark::State& state, std::size_t nCreators) {
   for (auto _ : state) {
     const MemBasePtr data(filled.slots[i]);
     benchmark::DoNotOptimize(&data);
+    if (++i == nCreators) i = 0;
+  }
+}
+
+/// The addresses of the data in turn, without counts and notes of their use.
+void copyAddress(benchmark::State& state, std::size_t nCreators) {
+  const Filled filled(nCreators);
+  std::vector<MemBase*> slots;
+  for (const MemBasePtr& slot : filled.slots) slots.push_back(slot.get());
+  std::size_t i = 0;
+  for (auto _ : state) {
+    benchmark::DoNotOptimize(slots.data());
+    MemBase* const data = slots[i];
+    benchmark::DoNotOptimize(data);
     if (++i == nCreators) i = 0;
   }
 }
@@ -183,16 +199,31 @@ void fillMegabyte(benchmark::State& state) {
   }
 }
 
+/// The same numbers in plain memory, as much of which is alive.
+void fillBareMegabyte(benchmark::State& state) {
+  std::unique_ptr<double[]> arrays[2];
+  std::size_t i = 0;
+  for (auto _ : state) {
+    std::unique_ptr<double[]> made(new double[nMegabyte]);
+    for (unsigned long long e = 0; e < nMegabyte; ++e) made[e] = static_cast<double>(e);
+    benchmark::DoNotOptimize(made.get());
+    benchmark::ClobberMemory();
+    arrays[i] = std::move(made);
+    i = 1 - i;
+  }
+}
+
 const Rows rows([] {
   addRow(
       "cache/hit of one", 1.25, [](benchmark::State& state) { hit(state, 1); },
-      [](benchmark::State& state) { copyOwning(state, 1); });
+      [](benchmark::State& state) { copyOwning(state, 1); }, [](benchmark::State& state) { copyAddress(state, 1); });
   addRow(
       "cache/hit of 64", 1.25, [](benchmark::State& state) { hit(state, 64); },
-      [](benchmark::State& state) { copyOwning(state, 64); });
+      [](benchmark::State& state) { copyOwning(state, 64); }, [](benchmark::State& state) { copyAddress(state, 64); });
   addRow(
       "cache/hit of 1000", 1.25, [](benchmark::State& state) { hit(state, 1000); },
-      [](benchmark::State& state) { copyOwning(state, 1000); });
+      [](benchmark::State& state) { copyOwning(state, 1000); },
+      [](benchmark::State& state) { copyAddress(state, 1000); });
   addRow(
       "cache/hit of one on 2", 0, [](benchmark::State& state) { hitOnTwo(state, 1); },
       [](benchmark::State& state) { copyOnTwo(state, 1); });
@@ -205,7 +236,7 @@ const Rows rows([] {
   addRow(
       "cache/miss with eviction to same", 0, [](benchmark::State& state) { miss(state, 150); },
       [](benchmark::State& state) { missRaw(state, 2); });
-  addRow("cache/miss of 1 MB", 1.02, missMegabyte, fillMegabyte);
+  addRow("cache/miss of 1 MB", 1.02, missMegabyte, fillMegabyte, fillBareMegabyte);
 });
 
 }  // namespace

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: BSD-3-Clause
 // Copyright (c) 2026 the Tresk authors
 
-// Building fields and looking creators up.
+// Building fields, looking creators up, and walking over them.
 
 #include "Harness.hpp"
 #include "RawField.hpp"
@@ -24,6 +24,7 @@ struct Filled {
       bare.push_back(creators[i].get());
     }
     fragments = field->getFragmentIDs();
+    for (const FragmentIDPtr& fragment : fragments) bareFragments.push_back(fragment.get());
   }
 
   FieldPtr field{new Field};
@@ -32,6 +33,7 @@ struct Filled {
   RawFieldPtr rawSparse{new RawField};
   std::vector<CreativeArrayBase*> bare;
   std::vector<FragmentIDPtr> fragments;
+  std::vector<const FragmentID*> bareFragments;
   std::vector<std::uint32_t> order;
   const std::vector<std::string>& names;
 };
@@ -97,6 +99,23 @@ void fillBareTable(BareTable& table, const std::vector<CreatorPtr>& creators) {
     table.values.push_back(creators[i].get());
   }
 }
+std::unique_ptr<BareTable> makeBareTable(std::size_t) { return std::make_unique<BareTable>(); }
+std::unique_ptr<BareTable> makeReservedBareTable(std::size_t n) {
+  auto table = std::make_unique<BareTable>();
+  table->index.reserve(n);
+  table->keys.reserve(n);
+  table->values.reserve(n);
+  return table;
+}
+void fillBareTableShuffled(BareTable& table, const fragment_copy_t& entries) {
+  const std::vector<std::uint64_t> order = orderOf(entries);
+  table.keys.reserve(entries.size());
+  table.values.reserve(entries.size());
+  for (const std::uint64_t place : order) {
+    table.keys.push_back(static_cast<std::uint32_t>(place >> 32U));
+    table.values.push_back(entries[static_cast<std::uint32_t>(place)].second.get());
+  }
+}
 
 /// Fills in random order; the entries are made beforehand.
 template <class Make, class Fill>
@@ -125,18 +144,23 @@ void lookUp(benchmark::State& state, const std::vector<std::uint32_t>& order, co
   }
 }
 
+/// One walk over all fragments an iteration.
+template <class Walk>
+void walk(benchmark::State& state, std::size_t n, const Walk& walkOver) {
+  const Filled& all = filled(n);
+  for (auto _ : state) benchmark::DoNotOptimize(walkOver(all));
+}
+
 void addRowsOfSize(std::size_t n, const std::string& size) {
   addRow(
       "field/build " + size, 1.20, [n](benchmark::State& state) { build(state, n, makeField, fillField); },
       [n](benchmark::State& state) { build(state, n, makeRawField, fillRawField); },
-      [n](benchmark::State& state) {
-        build(
-            state, n, [](std::size_t) { return std::make_unique<BareTable>(); }, fillBareTable);
-      });
+      [n](benchmark::State& state) { build(state, n, makeBareTable, fillBareTable); });
   addRow(
       "field/build reserved " + size, 1.20,
       [n](benchmark::State& state) { build(state, n, makeReservedField, fillField); },
-      [n](benchmark::State& state) { build(state, n, makeReservedRawField, fillRawField); });
+      [n](benchmark::State& state) { build(state, n, makeReservedRawField, fillRawField); },
+      [n](benchmark::State& state) { build(state, n, makeReservedBareTable, fillBareTable); });
   addRow(
       "field/build shuffled " + size, 1.15,
       [n](benchmark::State& state) {
@@ -146,7 +170,8 @@ void addRowsOfSize(std::size_t n, const std::string& size) {
       [n](benchmark::State& state) {
         buildShuffled(state, n, makeRawField,
                       [](RawField& field, const fragment_copy_t& entries) { field.bindAll(entries); });
-      });
+      },
+      [n](benchmark::State& state) { buildShuffled(state, n, makeBareTable, fillBareTableShuffled); });
   addRow(
       "field/by number " + size, 1.10,
       [n](benchmark::State& state) {
@@ -170,6 +195,14 @@ void addRowsOfSize(std::size_t n, const std::string& size) {
       [n](benchmark::State& state) {
         const Filled& all = filled(n);
         lookUp(state, all.order, [&](std::uint32_t i) { return all.rawSparse->find(3 * i + 1); });
+      },
+      [n](benchmark::State& state) {
+        const Filled& all = filled(n);
+        const std::vector<std::uint32_t>& keys = all.rawSparse->keys;
+        lookUp(state, all.order, [&](std::uint32_t i) {
+          const auto place = std::lower_bound(keys.begin(), keys.end(), 3 * i + 1);
+          return all.bare[static_cast<std::size_t>(place - keys.begin())];
+        });
       });
   addRow(
       "field/by name " + size, 1.05,
@@ -194,6 +227,35 @@ void addRowsOfSize(std::size_t n, const std::string& size) {
       [n](benchmark::State& state) {
         const Filled& all = filled(n);
         lookUp(state, all.order, [&](std::uint32_t i) { return all.raw->find(all.raw->slots[i]); });
+      },
+      [n](benchmark::State& state) {
+        const Filled& all = filled(n);
+        lookUp(state, all.order, [&](std::uint32_t i) { return all.bare[all.bareFragments[i]->getNumericalID()]; });
+      });
+  addRow(
+      "field/walk " + size, 1.10,
+      [n](benchmark::State& state) {
+        unsigned long long sum = 0;
+        const Field::FragmentFunction f = Count{&sum};
+        walk(state, n, [&](const Filled& all) { return all.field->iterate(f, false, false); });
+      },
+      [n](benchmark::State& state) {
+        unsigned long long sum = 0;
+        const Field::FragmentFunction f = Count{&sum};
+        walk(state, n, [&](const Filled& all) { return all.raw->walk(f); });
+      },
+      [n](benchmark::State& state) {
+        unsigned long long sum = 0;
+        const std::function<bool(const FragmentID*, const CreativeArrayBase*)> f =
+            [&sum](const FragmentID* fragment, const CreativeArrayBase* creator) {
+              sum += fragment != nullptr && creator != nullptr ? 1 : 0;
+              return true;
+            };
+        walk(state, n, [&](const Filled& all) {
+          unsigned int nTrue = 0;
+          for (std::size_t i = 0; i < all.bare.size(); ++i) nTrue += f(all.bareFragments[i], all.bare[i]) ? 1U : 0U;
+          return nTrue;
+        });
       });
 }
 

@@ -16,6 +16,24 @@
 
 namespace TreskBench {
 
+/// The order in which entries stand in a table: number above place.
+inline std::vector<std::uint64_t> orderOf(const Tresk::fragment_copy_t& entries) {
+  std::vector<std::uint64_t> order;
+  order.reserve(entries.size());
+  for (const auto& entry : entries) order.push_back(std::uint64_t{entry.first} << 32U | order.size());
+  std::sort(order.begin(), order.end());
+  return order;
+}
+
+/// The function of the walks: counts fragments by something that the compiler cannot foresee.
+struct Count {
+  unsigned long long* sum;
+  bool operator()(const Tresk::FragmentIDPtr& fragment, const Tresk::CreatorPtr& creator) const {
+    *sum += fragment.isValid() && creator.isValid() ? 1 : 0;
+    return true;
+  }
+};
+
 /// The raw twin of a field: the same lock, hash, tables, objects and pointers, put together by hand.
 struct RawField : Tresk::CreatorContainer {
   std::unordered_map<std::string, std::uint32_t> index;
@@ -97,10 +115,7 @@ struct RawField : Tresk::CreatorContainer {
 
   /// Binds in any order: appends, sorts by number, and enters the field as an owner.
   void bindAll(const Tresk::fragment_copy_t& entries) {
-    std::vector<std::uint64_t> order;
-    order.reserve(entries.size());
-    for (const auto& entry : entries) order.push_back(std::uint64_t{entry.first} << 32U | order.size());
-    std::sort(order.begin(), order.end());
+    const std::vector<std::uint64_t> order = orderOf(entries);
     {
       const Tresk::ExclusiveFragmentLock lock(mutex);
       keys.reserve(entries.size());
@@ -111,8 +126,9 @@ struct RawField : Tresk::CreatorContainer {
       }
     }
     age.touch();
+    const auto self = getSelf();
     for (const auto& entry : entries) {
-      entry.second->addOwner(getSelf());
+      entry.second->addOwner(self);
       entry.second->forEachOwner(&age);
     }
   }

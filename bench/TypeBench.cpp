@@ -12,6 +12,7 @@
 
 #include <map>
 #include <mutex>
+#include <utility>
 #include <vector>
 
 namespace TreskBench {
@@ -82,13 +83,24 @@ void getRecord(benchmark::State& state) {
 }
 
 const Rows rows([] {
-  addRow("type/getTreskType", 1.10, getRecord<double>, [](benchmark::State& state) {
-    static const TreskTypePtr held = getTreskType<double>();
-    for (auto _ : state) {
-      const TreskTypePtr type = held;
-      benchmark::DoNotOptimize(&type);
-    }
-  });
+  addRow(
+      "type/getTreskType", 1.10, getRecord<double>,
+      [](benchmark::State& state) {
+        static const TreskTypePtr held = getTreskType<double>();
+        for (auto _ : state) {
+          const TreskTypePtr type = held;
+          benchmark::DoNotOptimize(&type);
+        }
+      },
+      [](benchmark::State& state) {
+        const TreskTypePtr held = getTreskType<double>();
+        const TreskTypeBase* const known = held.get();
+        for (auto _ : state) {
+          benchmark::DoNotOptimize(&known);
+          const TreskTypeBase* const type = known;
+          benchmark::DoNotOptimize(type);
+        }
+      });
   addRow(
       "type/find by index", 1.10,
       [](benchmark::State& state) {
@@ -104,6 +116,13 @@ const Rows rows([] {
           const auto entry = rawRegistry().find(index);
           const TreskTypeWeakPtr type = entry->second ? entry->second : TreskTypeWeakPtr();
           benchmark::DoNotOptimize(&type);
+        }
+      },
+      [](benchmark::State& state) {
+        const TreskTypeIndex index = *getTreskType<double>();
+        for (auto _ : state) {
+          const TreskTypeBase* const type = rawRegistry().find(index)->second.get();
+          benchmark::DoNotOptimize(type);
         }
       });
   addRow(
@@ -174,6 +193,24 @@ const Rows rows([] {
           // The copy under the lock, and the same as a pointer to the class that was asked for.
           const Ostrel::StrongPtr<Third, Ostrel::InterfaceBase> found(cube.find(typeid(Third)));
           benchmark::DoNotOptimize(&found);
+        }
+      },
+      [](benchmark::State& state) {
+        const First first;
+        const Second second;
+        const Third third;
+        const Fourth fourth;
+        const std::vector<std::pair<const std::type_info*, const Ostrel::InterfaceBase*>> entries = {
+            {&typeid(First), &first}, {&typeid(Second), &second}, {&typeid(Third), &third}, {&typeid(Fourth), &fourth}};
+        for (auto _ : state) {
+          benchmark::DoNotOptimize(entries.data());
+          const Ostrel::InterfaceBase* found = nullptr;
+          for (const auto& [type, interface] : entries) {
+            if (type != &typeid(Third)) continue;
+            found = interface;
+            break;
+          }
+          benchmark::DoNotOptimize(found);
         }
       });
 });
