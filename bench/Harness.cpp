@@ -4,11 +4,12 @@
 
 #include "Report.hpp"
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <exception>
 #include <sched.h>
+#include <stdexcept>
 #include <vector>
 
 namespace TreskBench {
@@ -92,6 +93,7 @@ int runRows(std::vector<char*> given, const std::string& jsonFile) {
   std::vector<Result> results;
   for (const Row& row : theRows())
     if (!row.result.value.empty() && !row.result.raw.empty()) results.push_back(row.result);
+  if (results.empty()) throw std::runtime_error("no row was measured with both of its sides");
   printResults(results);
   if (!jsonFile.empty()) writeResults(results, jsonFile);
   return collector.hasFailed ? 1 : 0;
@@ -106,8 +108,10 @@ int runAll(int argc, char** argv) {
     else if (std::strcmp(argv[i], "--compare") == 0 && i + 2 < argc)
       return compareResults(argv[i + 1], argv[i + 2]);
     else if (std::strcmp(argv[i], "--scale") == 0) {
+      const unsigned long long nGreatest = i + 1 < argc ? std::strtoull(argv[i + 1], nullptr, 10) : 10000000;
+      if (nGreatest < 1000) throw std::runtime_error("scale: N is a number of fragments, 1000 or more");
       bindToCore();
-      printScale(i + 1 < argc ? std::strtoull(argv[i + 1], nullptr, 10) : 10000000);
+      printScale(nGreatest);
       return 0;
     } else
       rest.push_back(argv[i]);

@@ -84,6 +84,7 @@ int compareResults(const std::string& formerFile, const std::string& newFile) {
   const std::map<std::string, double> formerRatios = readRatios(formerFile);
   const std::map<std::string, double> newRatios = readRatios(newFile);
   int nSlower = 0;
+  int nCompared = 0;
   std::printf("%-36s %9s %9s %9s\n", "row (ratio of medians)", "former", "new", "change");
   for (const auto& [name, ratio] : newRatios) {
     const auto former = formerRatios.find(name);
@@ -91,6 +92,7 @@ int compareResults(const std::string& formerFile, const std::string& newFile) {
       std::printf("%-36s %9s %9.3f\n", name.c_str(), "-", ratio);
       continue;
     }
+    ++nCompared;
     const double change = ratio / former->second - 1;
     const char* verdict = "";
     if (change > Tolerance) verdict = "  slower";
@@ -100,6 +102,7 @@ int compareResults(const std::string& formerFile, const std::string& newFile) {
   }
   for (const auto& [name, ratio] : formerRatios)
     if (newRatios.count(name) == 0) std::printf("%-36s %9.3f %9s\n", name.c_str(), ratio, "-");
+  if (nCompared == 0) throw std::runtime_error("compare: the runs have no row in common");
   return nSlower == 0 ? 0 : 1;
 }
 

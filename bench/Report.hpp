@@ -23,7 +23,7 @@ void printResults(const std::vector<Result>& results);
 void writeResults(const std::vector<Result>& results, const std::string& file);
 
 /// Prints the ratios of medians of two runs side by side, by rows that both have. Returns 1 if one has grown by more
-/// than a tenth, else 0. Throws `std::runtime_error` for a file that cannot be read.
+/// than a tenth, else 0. Throws `std::runtime_error` for a file that cannot be read, and for runs without a common row.
 int compareResults(const std::string& formerFile, const std::string& newFile);
 
 }  // namespace TreskBench
