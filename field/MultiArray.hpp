@@ -70,7 +70,7 @@ class MultiArray<N, T, std::integer_sequence<unsigned long long, Dimensions...>>
 
   /// Asks the source for a slice at the highest index, then for one a dimension lower, until one is in memory; at last
   /// for the element at the lowest index.
-  Reference referThroughSource(const MultiIndex<N>& index) const {
+  TRESK_COLD Reference referThroughSource(const MultiIndex<N>& index) const {
     for (int d = N - 1; d >= 1; --d) {
       const WalkParameters<Unit> slice = this->source->slice(d, index[d]);
       if (slice.data == nullptr) continue;

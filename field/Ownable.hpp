@@ -126,7 +126,8 @@ class TRESK_OPEN_TEMPLATE Ownable : public virtual OwnerBase {
   }
 
  protected:
-  Ownable() : owners_(1) { owners_.max_load_factor(1.0F); }
+  /// The set is as a new one is: one bucket, which takes no memory, and a greatest load of 1.
+  Ownable() = default;
   ~Ownable() = default;
 
   /// Calls `f` for the properties of each living owner. Nothing that `f` does may change the set. Takes no lock and

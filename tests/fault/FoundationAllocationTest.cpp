@@ -4,6 +4,7 @@
 #include <tresk/foundation/BoundingBox.hpp>
 #include <tresk/foundation/Cache.hpp>
 #include <tresk/foundation/Chunks.hpp>
+#include <tresk/foundation/Diagnostics.hpp>
 #include <tresk/foundation/Geometry.hpp>
 #include <tresk/foundation/Intercube.hpp>
 #include <tresk/foundation/Vec3Pack.hpp>
@@ -104,6 +105,28 @@ TEST(FoundationAllocationTest, PointersNeedNoMemory) {
     return former.forgetIfSole() == Forgetting::IsShared && former.resetUnlessLast();
   });
   each.needsNone("stamps", [] { return Ageable().touch() > Ageable::Ooooold; });
+}
+
+TEST(FoundationAllocationTest, ReportsOfPointersAreMadeWithoutMemory) {
+  EachAllocation each;
+  Ostrel::SpeakPtr* const former = Ostrel::SpeakPtr::setSpeaker(nullptr);
+  testing::internal::CaptureStderr();
+  each.copes("report", [] {
+    Ostrel::SpeakPtr::theSpeaker()->InvalidWeakPtr(typeid(void), typeid(std::string), typeid(DataPtr), typeid(float), 3,
+                                                   -1, nullptr, nullptr, 77);
+    return true;
+  });
+  const std::string reports = testing::internal::GetCapturedStderr();
+  Ostrel::SpeakPtr::setSpeaker(former);
+  const auto count = [&reports](const std::string& text) {
+    int n = 0;
+    for (std::size_t at = reports.find(text); at != std::string::npos; at = reports.find(text, at + 1)) ++n;
+    return n;
+  };
+  EXPECT_EQ(count("pointer 77 of type "), 3);
+  // The readable name where there is memory for it, and else the one of the compiler.
+  EXPECT_EQ(count(Ostrel::Typename(typeid(DataPtr))), 1);
+  EXPECT_EQ(count(typeid(DataPtr).name()), 2);
 }
 
 TEST(FoundationAllocationTest, TextsAreThereOrThrow) {

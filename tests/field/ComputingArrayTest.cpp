@@ -399,6 +399,23 @@ TEST_F(ComputingArrayTest, RowsOfEqualPointsBeyondTheLastCacheAreWrittenBitForBi
   EXPECT_EQ(countWrongCoordinates<2>(*plane), 0U);
 }
 
+TEST_F(ComputingArrayTest, RowsOfEqualTriplesBeyondTheLastCacheAreWrittenBitForBit) {
+  unsigned long long n = 1001;
+  while (n * n * sizeof(Triple) < lastCacheBytes()) n += 100;
+  const auto array = linearArray<Triple, 3>(MultiIndex<3>(n, 3ULL, 1ULL));
+  array->setAxisMap(1, 0);
+  EXPECT_EQ(array->nElements(), n * n);
+  EXPECT_EQ(countWrongCoordinates<3>(*array), 0U);
+}
+
+TEST_F(ComputingArrayTest, RowsOfASmallPlaneMayRunAlongTheSecondComponent) {
+  const auto plane = linearArray<Pair, 2>(MultiIndex<2>(5ULL, 3ULL));
+  plane->setAxisMap(0, 1);
+  plane->setAxisMap(1, 0);
+  EXPECT_EQ(plane->nElements(), 15U);
+  EXPECT_EQ(countWrongCoordinates<2>(*plane), 0U);
+}
+
 TEST_F(ComputingArrayTest, PairsThatJustFillTheLastCacheAreWrittenBitForBit) {
   const unsigned long long nPoints = lastCacheBytes() / sizeof(Pair);
   unsigned long long n = 1;

@@ -650,6 +650,9 @@ TEST_F(CacheLimitTest, AListenerHearsFailuresRefusalsAndWhoIsConcerned) {
                                  CacheEventKind::CannotRelease, CacheEventKind::Thrown));
   EXPECT_EQ(heard.back().text, "cannot save");
   EXPECT_TRUE(heard.back().creator == throwing);
+  throwing->onRelease = [] { throw 7; };
+  EXPECT_THROW(cache->trim(1000), int);
+  EXPECT_EQ(heard.back().text, "an exception of unknown type");
   cache->setListener({});
 }
 
@@ -725,6 +728,16 @@ TEST_F(CacheLimitTest, DescriptionTellsTheNumbersAndWhatStandsInTheWay) {
   EXPECT_THAT(text, HasSubstr(", run/wind\n"));
   EXPECT_THAT(text, HasSubstr("resident set "));
   EXPECT_THAT(CachePtr(new Cache)->describe(), HasSubstr("limit none, held 0 B"));
+}
+
+TEST_F(CacheLimitTest, DescriptionCountsWhatIsBeyondItsLines) {
+  cache->setLimit(50);
+  const auto creators = makeMany(4);
+  std::vector<DataPtr> data;
+  for (const Creator& creator : creators) data.push_back(creator->create(false));
+  const std::string text = cache->describe(1);
+  EXPECT_THAT(text, testing::ContainsRegex("in the way are\n  100 B  held by callers [^\n]*\n  and 3 more\n$"));
+  EXPECT_THAT(cache->describe(4), Not(HasSubstr("more\n")));
 }
 
 TEST_F(CacheLimitTest, EachKindAndStateHasAName) {
