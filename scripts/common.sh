@@ -31,9 +31,9 @@ test_preset() {
   run_logged "$log" cmake --preset "$preset" || return 1
   run_logged "$log" cmake --build --preset "$preset" --parallel "$(jobs_count)" || return 1
 
-  # The thread sanitizer keeps its tables at fixed addresses, which a kernel with much randomness in its layout may
-  # have taken already.
-  if [ "$preset" = tsan ] && setarch "$(uname -m)" -R true 2>/dev/null; then launcher=(setarch "$(uname -m)" -R); fi
+  # The sanitizers keep their tables at fixed addresses, which a kernel with much randomness in its layout may have taken
+  # already.
+  if [[ $preset = [at]san ]] && setarch "$(uname -m)" -R true 2>/dev/null; then launcher=(setarch "$(uname -m)" -R); fi
 
   local status=0
   ${launcher[@]+"${launcher[@]}"} ctest --preset "$preset" --parallel "$(jobs_count)" --no-tests=error "$@" \
