@@ -34,8 +34,8 @@ void DirectProductMemArrayBase<V, Kind, N>::computeCoordinate(const MultiIndex<N
   for (int d = 0; d < N; ++d) {
     const unsigned int c = getAxisMap(d);
     if (c >= static_cast<unsigned int>(N)) continue;
-    const AxisPtr& axis = getAxis(static_cast<int>(c));
-    if (!axis) continue;
+    const auto* const axis = getAxis(static_cast<int>(c)).get();  // one look for the test and the use
+    if (axis == nullptr) continue;
     // An axis that lists nothing has no position even for the corners of the array.
     if (std::is_same_v<Kind, ExplicitCoordinateAxisArray> && axis->nPositions() == 0) continue;
     point[static_cast<int>(c)] = axis->getPosition(index[d]);
