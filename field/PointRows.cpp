@@ -60,7 +60,11 @@ void streamRow3(double* out, const double* point, const double* positions, std::
     _mm_stream_pd(pair + 4, _mm_set_pd(valueOf<2, Varying>(point, positions, i + 1),
                                        valueOf<1, Varying>(point, positions, i + 1)));
   }
-  if (i < n) writeRow<3, Varying>(out + 3 * i, point, positions + i, 1);
+  if (i == n) return;
+  if constexpr (Varying < 0)
+    writeRow<3, Varying>(out + 3 * i, point, nullptr, 1);  // equal points come without positions
+  else
+    writeRow<3, Varying>(out + 3 * i, point, positions + i, 1);
 }
 #else
 template <int Varying>
