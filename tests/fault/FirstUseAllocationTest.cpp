@@ -191,19 +191,23 @@ TEST_F(FirstUseAllocationTest, AProcessThatCouldNotStartItsFirstThreadEndsAllThe
   for (long long n = 0; n < 8; ++n)
     EXPECT_EXIT(
         {
-          const Ostrel::RefPtr<AsynchronCreator> creator(
-              new AsynchronCreator([](const std::atomic<bool>&) { return makeArray(3); }, CachePtr()));
-          bool isRequested = false;
+          bool hasData = false;
           {
-            const FailingAllocation failing(n, FailingAllocation::Kind::Once);
-            try {
-              isRequested = creator->request({});
-            } catch (const std::bad_alloc&) {
-              FailingAllocation::end();
+            const Ostrel::RefPtr<AsynchronCreator> creator(
+                new AsynchronCreator([](const std::atomic<bool>&) { return makeArray(3); }, CachePtr()));
+            bool isRequested = false;
+            {
+              const FailingAllocation failing(n, FailingAllocation::Kind::Once);
+              try {
+                isRequested = creator->request({});
+              } catch (const std::bad_alloc&) {
+                FailingAllocation::end();
+              }
             }
+            if (isRequested || creator->request({})) creator->produce();
+            hasData = creator->hasData();
           }
-          if (isRequested || creator->request({})) creator->produce();
-          std::exit(creator->hasData() ? 0 : 3);  // waits for all threads that have been started
+          std::exit(hasData ? 0 : 3);  // waits for all threads that count as started
         },
         testing::ExitedWithCode(0), "")
         << "allocation " << n;
