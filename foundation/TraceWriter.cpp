@@ -165,8 +165,8 @@ class TraceWriter::File {
 
   bool close() noexcept {
     isClosed_.store(true, std::memory_order_relaxed);
-    const Clock::time_point now = Clock::now();
     const MutexLock lock(mutex_);
+    const Clock::time_point now = Clock::now();  // later than all that stands in the file
     if (stream_ == nullptr) return isComplete_;
     for (auto& [id, thread] : threads_)
       for (; thread.nOpen > 0; --thread.nOpen) putEnd(thread.number, sinceStart(now));
